@@ -1,0 +1,66 @@
+#include "host/ThreadPool.h"
+
+#include <algorithm>
+
+namespace velqor {
+
+ThreadPool::ThreadPool(size_t threads, std::string name) : name_(std::move(name)) {
+  threads = std::max<size_t>(threads, 1);
+  for (size_t i = 0; i < threads; ++i) threads_.emplace_back([this] { workerLoop(); });
+}
+
+ThreadPool::~ThreadPool() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  cv_.notify_all();
+  for (auto& t : threads_) t.join();
+}
+
+void ThreadPool::post(UniqueFunction<void()> work) {
+  {
+    std::lock_guard lock(mutex_);
+    queue_.push_back(std::move(work));
+  }
+  cv_.notify_one();
+}
+
+bool ThreadPool::idle() const {
+  std::lock_guard lock(mutex_);
+  return queue_.empty() && running_ == 0;
+}
+
+void ThreadPool::waitIdle() {
+  std::unique_lock lock(mutex_);
+  idleCv_.wait(lock, [&] { return queue_.empty() && running_ == 0; });
+}
+
+bool ThreadPool::isPoolThread() const {
+  auto id = std::this_thread::get_id();
+  return std::any_of(threads_.begin(), threads_.end(),
+                     [&](const std::thread& t) { return t.get_id() == id; });
+}
+
+void ThreadPool::workerLoop() {
+  for (;;) {
+    UniqueFunction<void()> work;
+    {
+      std::unique_lock lock(mutex_);
+      cv_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+      if (queue_.empty()) return;  // stopping, and everything queued has run
+      work = std::move(queue_.front());
+      queue_.pop_front();
+      ++running_;
+    }
+    work();
+    work = nullptr;
+    {
+      std::lock_guard lock(mutex_);
+      --running_;
+      if (queue_.empty() && running_ == 0) idleCv_.notify_all();
+    }
+  }
+}
+
+}  // namespace velqor

@@ -1,0 +1,94 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/CallBackManager.h"
+#include "host/ValueJson.h"
+
+namespace velqor {
+namespace {
+
+class PlatformThing : public PlatformObject {
+ public:
+  std::string kindName() const override { return "image"; }
+};
+
+class AnswerChannel : public ::testing::Test {
+ protected:
+  std::shared_ptr<CallBackManager> manager(const std::string& id) {
+    auto cmd = std::make_shared<VelqorCommand>(id, "takePicture", Array{});
+    return std::make_shared<CallBackManager>(cmd, nullptr, log_);
+  }
+  std::shared_ptr<AnswerLog> log_ = std::make_shared<AnswerLog>();
+};
+
+TEST_F(AnswerChannel, FirstFinalAnswerCountsAndASecondIsFlagged) {
+  auto cb = manager("c1");
+  cb->error(CommandStatus::NO_PERMISSION, "has no access to PhotoLibrary.", false);
+  EXPECT_TRUE(log_->isAnswered("c1"));
+  EXPECT_TRUE(log_->doubleAnswers().empty());
+  cb->success(Dictionary{{"callbackURI", "x"}}, false);
+  ASSERT_EQ(log_->doubleAnswers().size(), 1u);
+  EXPECT_EQ(log_->doubleAnswers()[0].status, CommandStatus::OK);
+  EXPECT_EQ(log_->answersFor("c1").size(), 2u);
+}
+
+TEST_F(AnswerChannel, KeptCallbacksMayAnswerAgain) {
+  auto cb = manager("c2");
+  cb->success(Dictionary{}, true);
+  EXPECT_FALSE(log_->isAnswered("c2"));
+  cb->success(false);
+  EXPECT_TRUE(log_->isAnswered("c2"));
+  EXPECT_TRUE(log_->doubleAnswers().empty());
+}
+
+struct JsonCase {
+  const char* name;
+  Value value;
+  nlohmann::json expected;
+};
+
+void PrintTo(const JsonCase& c, std::ostream* os) { *os << c.name; }
+
+class AnswerJson : public ::testing::TestWithParam<JsonCase> {};
+
+TEST_P(AnswerJson, CarriesEachValueKindToThePage) {
+  auto log = std::make_shared<AnswerLog>();
+  auto cmd = std::make_shared<VelqorCommand>("c", "takePicture", Array{});
+  CallBackManager cb(cmd, nullptr, log);
+  cb.success(Dictionary{{"callbackURI", GetParam().value}}, false);
+  auto line = nlohmann::json::parse(log->answers().at(0).toJsonLine());
+  EXPECT_EQ(line["status"], "OK");
+  EXPECT_EQ(line["keepCallback"], false);
+  EXPECT_EQ(line["payload"]["callbackURI"], GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, AnswerJson,
+    ::testing::Values(
+        JsonCase{"string", Value("data:image/jpeg;base64,AAA="), "data:image/jpeg;base64,AAA="},
+        JsonCase{"url", Value(Url::fileUrlWithPath("/tmp/a b.jpg")), "file:///tmp/a%20b.jpg"},
+        JsonCase{"bytes", Value(Bytes{'h', 'i', '!'}), nlohmann::json{{"bytes", "aGkh"}}},
+        JsonCase{"integer", Value(7), 7},
+        JsonCase{"float", Value(2.5), 2.5},
+        JsonCase{"boolean", Value(true), true},
+        JsonCase{"null", Value(), nullptr},
+        JsonCase{"object", Value(std::shared_ptr<PlatformObject>(std::make_shared<PlatformThing>())),
+                 nlohmann::json{{"object", "image"}}},
+        JsonCase{"nested", Value(Dictionary{{"a", Value(Array{1, "b"})}}),
+                 nlohmann::json{{"a", {1, "b"}}}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AnswerJsonForms, MessageAndEmptyPayloads) {
+  auto log = std::make_shared<AnswerLog>();
+  auto cmd = std::make_shared<VelqorCommand>("c", "cleanup", Array{});
+  CallBackManager cb(cmd, nullptr, log);
+  cb.error(CommandStatus::UNABLE_FILE_REMOVE, "One or more files failed to be deleted.", false);
+  cb.success(false);
+  auto answers = log->answers();
+  EXPECT_EQ(answers[0].toJsonLine(),
+            R"({"keepCallback":false,"payload":"One or more files failed to be deleted.","status":"UNABLE_FILE_REMOVE"})");
+  EXPECT_EQ(answers[1].toJsonLine(), R"({"keepCallback":false,"payload":null,"status":"OK"})");
+}
+
+}  // namespace
+}  // namespace velqor
