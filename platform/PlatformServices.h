@@ -4,6 +4,9 @@
 
 #include "host/CompletionMonitor.h"
 #include "host/Executor.h"
+#include "platform/Clock.h"
+#include "platform/TemporaryDirectory.h"
+#include "platform/UserLocale.h"
 
 namespace velqor {
 
@@ -20,6 +23,10 @@ struct PlatformServices {
   std::shared_ptr<Executor> workerPool;
   // Told about completions called twice or never.
   std::shared_ptr<CompletionMonitor> completionMonitor;
+  std::shared_ptr<const Clock> clock;
+  UserLocale locale;
+  // Absent only in a platform that never writes result files.
+  std::shared_ptr<const TemporaryDirectory> temporaryDirectory;
 };
 
 }  // namespace velqor

@@ -13,6 +13,9 @@
 
 namespace velqor {
 
+// The source file name the plug-in's error log lines report.
+inline constexpr const char* kPluginSourceFile = "VelqorCameraPlugin";
+
 class CameraPicker;
 class LocationManager;
 

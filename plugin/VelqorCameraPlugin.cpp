@@ -1,6 +1,8 @@
 #include "plugin/VelqorCameraPlugin.h"
 
 #include "capture/PictureOptions.h"
+#include "files/TempFiles.h"
+#include "files/UrlTransformer.h"
 #include "platform/linux/DefaultPlatform.h"
 
 namespace velqor {
@@ -14,12 +16,39 @@ VelqorCameraPlugin::~VelqorCameraPlugin() = default;
 
 bool VelqorCameraPlugin::usesGeolocation() const { return PictureOptions::useLocationService.load(); }
 
+void VelqorCameraPlugin::cleanup(std::shared_ptr<CallBackManager> cb) {
+  if (cb) TempFiles::cleanup(*core_, *cb);
+}
+
+std::string VelqorCameraPlugin::tempFilePath(const std::string& extension) {
+  return TempFiles::tempFilePath(*core_, extension);
+}
+
+Url VelqorCameraPlugin::urlTransformer(const Url& url) { return UrlTransformer::transform(*core_, url); }
+
 HostOperationTable VelqorCameraPlugin::operations() {
-  // Each entry holds the core, not this object: the host may keep the table
-  // while it replaces the plug-in.
+  // Entries hold the core, not this object: the host may keep the table while
+  // it replaces the plug-in.
+  std::shared_ptr<PluginCore> core = core_;
   HostOperationTable table;
   table["usesGeolocation"] = [](const HostCall&) -> Value {
     return Value(PictureOptions::useLocationService.load());
+  };
+  table["cleanup:"] = [core](const HostCall& call) -> Value {
+    if (call.callback) TempFiles::cleanup(*core, *call.callback);
+    return Value();
+  };
+  table["tempFilePath:"] = [core](const HostCall& call) -> Value {
+    const std::string* ext = call.argument.asString();
+    return Value(TempFiles::tempFilePath(*core, ext ? *ext : std::string()));
+  };
+  table["urlTransformer:"] = [core](const HostCall& call) -> Value {
+    const Url* url = call.argument.asUrl();
+    std::optional<Url> parsed;
+    if (!url)
+      if (const std::string* s = call.argument.asString()) parsed = Url::fromString(*s);
+    if (!url && !parsed) return Value();
+    return Value(UrlTransformer::transform(*core, url ? *url : *parsed));
   };
   return table;
 }

@@ -17,6 +17,10 @@ PlatformServices DefaultPlatform::services() {
   PlatformServices s;
   s.mainQueue = mainQueue();
   s.workerPool = pool;
+  s.clock = std::make_shared<SystemClock>();
+  s.locale = UserLocale::fromEnvironment();
+  auto dir = TemporaryDirectory::open(TemporaryDirectory::defaultPath());
+  if (dir.ok()) s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*dir);
   return s;
 }
 
