@@ -24,5 +24,6 @@ struct Registration {
 };
 
 void registerSpineCommands(CLI::App& app, Registration& chosen);
+void registerDeviceCommands(CLI::App& app, Registration& chosen);
 
 }  // namespace velqor::cli

@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   Registration chosen;
   registerSpineCommands(app, chosen);
+  registerDeviceCommands(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

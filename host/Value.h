@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <variant>
 #include <vector>
@@ -85,6 +86,9 @@ class Value {
  private:
   Storage storage_;
 };
+
+// Prints a value as its JSON form (tests and diagnostics).
+void PrintTo(const Value& value, std::ostream* os);
 
 // Looks up a key; none when missing.
 const Value* find(const Dictionary& d, const std::string& key);

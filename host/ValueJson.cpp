@@ -92,4 +92,8 @@ nlohmann::json dictionaryToJson(const Dictionary& dictionary) {
   return out;
 }
 
+void PrintTo(const Value& value, std::ostream* os) {
+  *os << valueToJson(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 }  // namespace velqor

@@ -4,7 +4,12 @@
 
 #include "host/CompletionMonitor.h"
 #include "host/Executor.h"
+#include "platform/Application.h"
 #include "platform/Clock.h"
+#include "platform/DeviceAccess.h"
+#include "platform/PickerSources.h"
+#include "platform/ResourceBundles.h"
+#include "platform/Screen.h"
 #include "platform/TemporaryDirectory.h"
 #include "platform/UserLocale.h"
 
@@ -27,6 +32,15 @@ struct PlatformServices {
   UserLocale locale;
   // Absent only in a platform that never writes result files.
   std::shared_ptr<const TemporaryDirectory> temporaryDirectory;
+
+  // The device: its display, picker sources, access states and prompts,
+  // settings page and resource bundles.
+  std::shared_ptr<Screen> screen;
+  std::shared_ptr<PickerSources> pickerSources;
+  std::shared_ptr<CameraAuthorization> cameraAuthorization;
+  std::shared_ptr<PhotoLibraryAuthorization> photoLibraryAuthorization;
+  std::shared_ptr<Application> application;
+  std::shared_ptr<ResourceBundles> resourceBundles;
 };
 
 }  // namespace velqor

@@ -36,7 +36,7 @@ class CameraDelegate {
 // that builds a result and the location callback's thread; each is an atomic
 // load/store (SharedField), so every access is race-free while the order of
 // effects stays as the parts write them.
-class PluginCore {
+class PluginCore : public std::enable_shared_from_this<PluginCore> {
  public:
   PluginCore(PlatformServices services, std::shared_ptr<ViewControllerSlot> viewControllerSlot)
       : services(std::move(services)), viewControllerSlot_(std::move(viewControllerSlot)) {}

@@ -1,6 +1,8 @@
 #include "plugin/VelqorCameraPlugin.h"
 
 #include "capture/PictureOptions.h"
+#include "capture/TakePictureFlow.h"
+#include "plugin/CameraOperations.h"
 #include "files/TempFiles.h"
 #include "files/UrlTransformer.h"
 #include "platform/linux/DefaultPlatform.h"
@@ -10,11 +12,27 @@ namespace velqor {
 VelqorCameraPlugin::VelqorCameraPlugin() : VelqorCameraPlugin(DefaultPlatform::services()) {}
 
 VelqorCameraPlugin::VelqorCameraPlugin(PlatformServices services)
-    : core_(std::make_shared<PluginCore>(std::move(services), viewControllerSlot())) {}
+    : core_(std::make_shared<PluginCore>(std::move(services), viewControllerSlot())) {
+  core_->setOperations(std::make_unique<CameraOperations>(*core_));
+}
 
 VelqorCameraPlugin::~VelqorCameraPlugin() = default;
 
 bool VelqorCameraPlugin::usesGeolocation() const { return PictureOptions::useLocationService.load(); }
+
+void VelqorCameraPlugin::takePicture(std::shared_ptr<CallBackManager> cb) {
+  if (cb) TakePictureFlow::takePicture(core_, std::move(cb));
+}
+
+void VelqorCameraPlugin::retryPermission() { core_->ops().retryPermission(); }
+
+std::string VelqorCameraPlugin::getLocalizingString(const std::string& key) {
+  return core_->ops().getLocalizingString(key);
+}
+
+void VelqorCameraPlugin::imagePickerControllerReturnImageResult() {
+  core_->ops().imagePickerControllerReturnImageResult();
+}
 
 void VelqorCameraPlugin::cleanup(std::shared_ptr<CallBackManager> cb) {
   if (cb) TempFiles::cleanup(*core_, *cb);
@@ -33,6 +51,22 @@ HostOperationTable VelqorCameraPlugin::operations() {
   HostOperationTable table;
   table["usesGeolocation"] = [](const HostCall&) -> Value {
     return Value(PictureOptions::useLocationService.load());
+  };
+  table["takePicture:"] = [core](const HostCall& call) -> Value {
+    if (call.callback) TakePictureFlow::takePicture(core, call.callback);
+    return Value();
+  };
+  table["retryPermission"] = [core](const HostCall&) -> Value {
+    core->ops().retryPermission();
+    return Value();
+  };
+  table["getLocalizingString:"] = [core](const HostCall& call) -> Value {
+    const std::string* key = call.argument.asString();
+    return Value(core->ops().getLocalizingString(key ? *key : std::string()));
+  };
+  table["imagePickerControllerReturnImageResult"] = [core](const HostCall&) -> Value {
+    core->ops().imagePickerControllerReturnImageResult();
+    return Value();
   };
   table["cleanup:"] = [core](const HostCall& call) -> Value {
     if (call.callback) TempFiles::cleanup(*core, *call.callback);

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+
+#include "cli/DeviceSession.h"
+
+namespace velqor::cli {
+
+// The command-line options that describe the simulated device and its user.
+// Parsed into a DeviceConfig once CLI11 has read them.
+class DeviceOptions {
+ public:
+  void addTo(CLI::App& app, bool withUserActions);
+  // Throws UsageError on a value it cannot use.
+  DeviceConfig toConfig() const;
+
+  bool events = false;
+  double timeoutSeconds = 30;
+
+ private:
+  std::vector<std::string> sources_;
+  bool noCamera_ = false;
+  std::string cameraAccess_ = "authorized";
+  std::string libraryAccess_ = "authorized";
+  std::string cameraAnswer_ = "granted";
+  std::string libraryAnswer_ = "authorized";
+  bool noViewController_ = false;
+  bool noSettingsPage_ = false;
+  std::string tap_;
+  bool cancel_ = false;
+  std::string lang_;
+  std::string bundle_;
+  bool noBundle_ = false;
+  std::string tempDir_;
+  std::string fileUrlPrefix_;
+};
+
+}  // namespace velqor::cli

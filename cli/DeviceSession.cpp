@@ -1,0 +1,99 @@
+#include "cli/DeviceSession.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "host/FileUrlPrefix.h"
+#include "platform/sim/SimLibraryAccess.h"
+
+namespace velqor {
+
+std::optional<std::string> DeviceSession::shippedBundle() {
+  std::error_code ec;
+  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) return std::nullopt;
+  auto bundle = exe.parent_path() / "Velqor.bundle";
+  if (std::filesystem::is_directory(bundle, ec)) return bundle.string();
+  return std::nullopt;
+}
+
+StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig config) {
+  std::unique_ptr<DeviceSession> s(new DeviceSession());
+  std::string tmpPath = config.temporaryDirectory.empty() ? TemporaryDirectory::defaultPath()
+                                                          : config.temporaryDirectory;
+  ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
+
+  s->main_ = std::make_shared<ManualExecutor>("main");
+  s->pool_ = std::make_shared<ThreadPool>(2, "workers");
+  s->platform_ = std::make_shared<ThreadPool>(1, "platform");
+  s->device_ = std::make_shared<SimDevice>(config.device, s->main_, s->platform_, std::make_shared<SimEventLog>());
+
+  PlatformServices& p = s->services_;
+  p.mainQueue = s->main_;
+  p.workerPool = s->pool_;
+  p.clock = std::make_shared<SystemClock>();
+  p.locale = UserLocale::fromEnvironment();
+  if (!config.language.empty()) p.locale.language = config.language;
+  p.temporaryDirectory = std::make_shared<const TemporaryDirectory>(tmp);
+  p.screen = s->device_;
+  p.pickerSources = s->device_;
+  p.cameraAuthorization = s->device_;
+  p.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(s->device_);
+  p.application = s->device_;
+  p.resourceBundles = s->device_;
+
+  s->plugin_ = std::make_unique<VelqorCameraPlugin>(p);
+  if (config.viewController) s->plugin_->setViewController(s->device_->makeRootViewController());
+
+  std::shared_ptr<const CommandDelegate> delegate;
+  if (config.fileUrlPrefix)
+    delegate = std::make_shared<CommandDelegate>(FileUrlPrefix::transformer(*config.fileUrlPrefix));
+  else
+    delegate = std::make_shared<CommandDelegate>();
+  s->host_ = std::make_unique<HostRuntime>(s->plugin_->operations(), s->main_, delegate);
+  auto pool = s->pool_;
+  auto platform = s->platform_;
+  s->host_->addActivitySource({"worker pool", [pool] { return pool->idle(); }});
+  s->host_->addActivitySource({"platform queue", [platform] { return platform->idle(); }});
+  s->config_ = std::move(config);
+  return s;
+}
+
+DeviceSession::~DeviceSession() {
+  // Work still queued holds the core; let the threads finish before the
+  // executors they post to go away.
+  if (pool_) pool_->waitIdle();
+  if (platform_) platform_->waitIdle();
+  host_.reset();
+  plugin_.reset();
+}
+
+std::vector<std::string> DeviceSession::whyOpen() const {
+  std::vector<std::string> reasons = device_->waitingFor();
+  const auto& core = plugin_->core();
+  auto state = device_->state();
+  if (!config_.viewController) {
+    if (core->pickerController.load())
+      reasons.push_back("no view controller: the picker was created but never shown");
+    else
+      reasons.push_back("no view controller: nothing could be shown to the user");
+  }
+  for (const auto& e : device_->events()->events()) {
+    if (e["event"] == "settingsOpened")
+      reasons.push_back("the settings page was opened from the permission alert; the command stays open");
+    if (e["event"] == "permissionAnswered" && e.contains("status") &&
+        e["status"] != AccessState::authorized && e["status"] != AccessState::denied &&
+        e["status"] != AccessState::restricted)
+      reasons.push_back("the photo-library request was answered with state " + e["status"].dump() +
+                        ", which the plug-in leaves unanswered");
+  }
+  if (reasons.empty() && state.libraryAccess == AccessState::limited)
+    reasons.push_back("photo-library access is limited: the plug-in leaves the command open");
+  if (reasons.empty() && core->data.load())
+    reasons.push_back("the photo waits for a location fix that has not come");
+  if (reasons.empty()) reasons.push_back("the plug-in sent no answer and nothing is left to happen");
+  return reasons;
+}
+
+}  // namespace velqor

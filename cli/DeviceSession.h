@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/HostRuntime.h"
+#include "host/ManualExecutor.h"
+#include "host/StatusOr.h"
+#include "host/ThreadPool.h"
+#include "platform/sim/SimDevice.h"
+#include "plugin/VelqorCameraPlugin.h"
+
+namespace velqor {
+
+// How to set up the simulated device and the host around the plug-in.
+struct DeviceConfig {
+  SimDeviceState device;
+  bool viewController = true;
+  // Empty: the default private directory.
+  std::string temporaryDirectory;
+  // Empty: from the locale variables.
+  std::string language;
+  std::optional<std::string> fileUrlPrefix;
+};
+
+// One host process's worth of runtime: the main queue, the worker pool, a
+// platform thread, the simulated device, the plug-in and the host that calls
+// it. The CLI, the scenario runner and end-to-end tests all drive one.
+//
+// Threads: created and driven on one thread, which runs the main queue.
+class DeviceSession {
+ public:
+  static StatusOr<std::unique_ptr<DeviceSession>> create(DeviceConfig config);
+  ~DeviceSession();
+
+  HostRuntime& host() { return *host_; }
+  SimDevice& device() { return *device_; }
+  VelqorCameraPlugin& plugin() { return *plugin_; }
+  const PlatformServices& services() const { return services_; }
+
+  // Why a command is still open, one reason a line; never empty.
+  std::vector<std::string> whyOpen() const;
+
+  // The bundle shipped beside the executable, if any.
+  static std::optional<std::string> shippedBundle();
+
+ private:
+  DeviceSession() = default;
+
+  DeviceConfig config_;
+  std::shared_ptr<ManualExecutor> main_;
+  std::shared_ptr<ThreadPool> pool_;
+  std::shared_ptr<ThreadPool> platform_;
+  std::shared_ptr<SimDevice> device_;
+  PlatformServices services_;
+  std::unique_ptr<VelqorCameraPlugin> plugin_;
+  std::unique_ptr<HostRuntime> host_;
+};
+
+}  // namespace velqor

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/Executor.h"
+#include "platform/Application.h"
+#include "platform/DeviceAccess.h"
+#include "platform/PickerSources.h"
+#include "platform/ResourceBundles.h"
+#include "platform/Screen.h"
+#include "platform/ViewController.h"
+#include "platform/sim/SimDeviceState.h"
+#include "platform/sim/SimEvent.h"
+
+namespace velqor {
+
+// The simulated phone: its display, picker sources, access prompts, settings
+// page and resource bundles, and the scripted user who acts on what appears.
+// Presentations and dismissals complete on the main queue; permission answers
+// arrive on the platform executor, never the main one.
+//
+// Threads: every operation may be called from any thread; user-interface work
+// runs on the main queue.
+class SimDevice final : public Screen,
+                        public PickerSources,
+                        public CameraAuthorization,
+                        public Application,
+                        public ResourceBundles,
+                        public std::enable_shared_from_this<SimDevice> {
+ public:
+  SimDevice(SimDeviceState state, std::shared_ptr<Executor> mainQueue,
+            std::shared_ptr<Executor> platformQueue, std::shared_ptr<SimEventLog> events);
+
+  // The host's root view controller on this device.
+  std::shared_ptr<ViewController> makeRootViewController();
+
+  // Screen
+  void present(const std::shared_ptr<ViewController>& presenter, const std::shared_ptr<ViewController>& presented,
+               bool animated, UniqueFunction<void()> completion) override;
+  void dismiss(const std::shared_ptr<ViewController>& presenter, const std::shared_ptr<ViewController>& presented,
+               bool animated, UniqueFunction<void()> completion) override;
+  // PickerSources
+  bool isSourceTypeAvailable(std::int64_t source) override;
+  std::optional<std::vector<std::string>> availableMediaTypesForSourceType(std::int64_t source) override;
+  // CameraAuthorization / PhotoLibraryAuthorization
+  std::int64_t authorizationStatus() override { return cameraStatus(); }
+  std::int64_t cameraStatus();
+  std::int64_t libraryStatus();
+  void requestAccess(UniqueFunction<void(bool)> completion) override;
+  void requestAuthorization(UniqueFunction<void(std::int64_t)> handler);
+  // Application
+  std::string openSettingsURLString() override;
+  void openURL(const Url& url) override;
+  // ResourceBundles
+  std::optional<std::string> pathForResource(const std::string& name, const std::string& type) override;
+
+  // The user taps an alert's button (by title, or "settings"/"cancel" for the
+  // first/second button). False when no alert is on the screen or no such button.
+  bool tapAlertButton(const std::string& which);
+  // The user finishes or cancels the picker on the screen. False when none is.
+  bool finishPicker();
+  bool cancelPicker();
+
+  // What is on the screen now, topmost last.
+  std::vector<std::shared_ptr<ViewController>> onScreen() const;
+  // Why nothing more will happen without the user, in one line each; empty
+  // when the device waits for nothing.
+  std::vector<std::string> waitingFor() const;
+
+  SimDeviceState state() const;
+  void setState(SimDeviceState state);
+  const std::shared_ptr<SimEventLog>& events() const { return events_; }
+
+ private:
+  void userActs(const std::shared_ptr<ViewController>& appeared);
+
+  mutable std::mutex mutex_;
+  SimDeviceState state_;
+  std::shared_ptr<Executor> main_;
+  std::shared_ptr<Executor> platform_;
+  std::shared_ptr<SimEventLog> events_;
+  std::vector<std::shared_ptr<ViewController>> stack_;
+};
+
+}  // namespace velqor

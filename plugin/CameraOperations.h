@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "plugin/PluginCore.h"
+#include "plugin/PluginOperations.h"
+
+namespace velqor {
+
+class PickerCompletion;
+
+// The plug-in's operation table for its own parts: each entry forwards to the
+// part that implements it. Owned by the core it serves.
+//
+// Threads: as each part states.
+class CameraOperations final : public PluginOperations {
+ public:
+  explicit CameraOperations(PluginCore& core);
+  ~CameraOperations() override;
+
+  void addCameraVC(std::shared_ptr<PictureOptions> options) override;
+  void showDenyCameraPermission() override;
+  void retryPermission() override;
+  std::string getLocalizingString(const std::string& key) override;
+  std::string tempFilePath(const std::string& extension) override;
+  Url urlTransformer(const Url& url) override;
+  std::shared_ptr<ImagePickerDelegate> pickerDelegate() override;
+  void imagePickerControllerReturnImageResult() override;
+  Task<ResultPair> resultForImage(std::shared_ptr<PictureOptions> options, Dictionary info) override;
+  Task<ResultPair> resultForVideo(std::shared_ptr<PictureOptions> options, Dictionary info) override;
+
+ private:
+  std::shared_ptr<PluginCore> core() const { return core_.shared_from_this(); }
+
+  PluginCore& core_;
+  std::shared_ptr<PickerCompletion> pickerDelegate_;
+};
+
+}  // namespace velqor

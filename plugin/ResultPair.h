@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+
+#include "host/CommandStatus.h"
+#include "host/Value.h"
+
+namespace velqor {
+
+// What a result builder returns: no status means success and the dictionary is
+// the success payload; a status means failure and the dictionary is the error
+// payload. An absent dictionary is answered as an empty one.
+struct ResultPair {
+  std::optional<CommandStatus> status;
+  std::optional<Dictionary> dictionary;
+
+  static ResultPair none() { return {}; }
+  static ResultPair success(Dictionary d) { return {std::nullopt, std::move(d)}; }
+  static ResultPair failure(CommandStatus s, const std::string& message) {
+    return {s, Dictionary{{"errorMsg", Value(message)}}};
+  }
+};
+
+}  // namespace velqor

@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# The simulated device and the files commands as a new user runs them.
+set -u
+bin="$1"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+T=(--temp-dir "$work/tmp")
+fail=0
+check() {  # name, expected, actual
+  if [ "$2" != "$3" ]; then echo "FAIL $1: expected [$2] got [$3]"; fail=1; else echo "ok $1"; fi
+}
+answer() { grep '"status"' | tail -1; }
+
+check no-camera '{"keepCallback":false,"payload":"Camera disabled device","status":"OBJECT_REFERENCE_FAILED"}' \
+  "$("$bin" take-picture --args '[]' --no-camera "${T[@]}" 2>/dev/null | answer)"
+check camera-denied-cancel '{"keepCallback":false,"payload":"Not have permission to use the camera.","status":"NO_PERMISSION"}' \
+  "$("$bin" take-picture --camera-access denied --tap cancel "${T[@]}" 2>/dev/null | answer)"
+"$bin" take-picture --camera-access denied --tap settings --events "${T[@]}" >"$work/out" 2>"$work/err"
+check settings-exit 3 $?
+grep -q '"event":"settingsOpened"' "$work/out"; check settings-opened 0 $?
+grep -q 'settings page was opened' "$work/err"; check settings-reason 0 $?
+check library-refused '{"keepCallback":false,"payload":"has no access to PhotoLibrary","status":"NO_PERMISSION"}' \
+  "$("$bin" take-picture --args '[50, 1, 0]' --library-access notDetermined --library-answer denied "${T[@]}" 2>/dev/null | answer)"
+check media-all '{"keepCallback":false,"payload":"Not supported mediaType","status":"INVALID_PARAM"}' \
+  "$("$bin" take-picture --args '[50, 1, 1, null, null, 0, 2]' "${T[@]}" 2>/dev/null | answer)"
+"$bin" take-picture --args '[50, 1, 0]' --library-access limited "${T[@]}" >/dev/null 2>"$work/err"
+check limited-exit 3 $?
+grep -q 'limited' "$work/err"; check limited-reason 0 $?
+"$bin" take-picture --no-view-controller "${T[@]}" >/dev/null 2>"$work/err"
+check no-vc-exit 3 $?
+grep -q 'no view controller' "$work/err"; check no-vc-reason 0 $?
+"$bin" take-picture --args '[50, 1, 1, null, null, 0, 1]' --events --cancel "${T[@]}" >"$work/out" 2>/dev/null
+grep -q '"mediaTypes":\["public.movie"\],"captureMode":1' "$work/out"; check video-picker 0 $?
+"$bin" take-picture --args '[50, 1, 0]' --events --cancel "${T[@]}" >"$work/out" 2>/dev/null
+grep -q '"source":0,"mediaTypes":\["public.image"\]' "$work/out"; check library-picker 0 $?
+"$bin" take-picture --camera-access denied --tap cancel --events --lang fr "${T[@]}" >"$work/out" 2>/dev/null
+grep -q '"buttons":\["Réglages","Annuler"\]' "$work/out"; check french-prompt 0 $?
+check localize-de "Abbrechen" "$("$bin" localize CANCEL --lang de)"
+check localize-missing "NOPE" "$("$bin" localize NOPE)"
+check localize-no-bundle "" "$("$bin" localize CANCEL --no-bundle)"
+"$bin" take-picture --camera-access bogus >/dev/null 2>&1; check bad-access-exit 2 $?
+
+# Files.
+path=$("$bin" temp-path jpg "${T[@]}")
+[[ "$path" =~ ^$work/tmp/velqor_photo_[0-9]{14}\.jpg$ ]]; check temp-path 0 $?
+mkdir -p "$work/outside" && echo keep > "$work/outside/keep"
+ln -s "$work/outside/keep" "$work/tmp/link" && touch "$work/tmp/velqor_photo_1.jpg"
+check cleanup '{"keepCallback":false,"payload":null,"status":"OK"}' "$("$bin" cleanup "${T[@]}")"
+check cleanup-left-outside keep "$(cat "$work/outside/keep")"
+check cleanup-emptied "" "$(ls -A "$work/tmp")"
+"$bin" cleanup --temp-dir / >/dev/null 2>"$work/err"; check cleanup-root-exit 2 $?
+grep -q 'refusing' "$work/err"; check cleanup-root-message 0 $?
+exit $fail
