@@ -25,5 +25,7 @@ struct Registration {
 
 void registerSpineCommands(CLI::App& app, Registration& chosen);
 void registerDeviceCommands(CLI::App& app, Registration& chosen);
+void registerImageCommands(CLI::App& app, Registration& chosen);
+void registerMediaCommands(CLI::App& app, Registration& chosen);
 
 }  // namespace velqor::cli

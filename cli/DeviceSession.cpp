@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "host/FileUrlPrefix.h"
+#include "platform/linux/LinuxImageCodec.h"
 #include "platform/sim/SimLibraryAccess.h"
 
 namespace velqor {
@@ -42,6 +43,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(s->device_);
   p.application = s->device_;
   p.resourceBundles = s->device_;
+  p.imageCodec = std::make_shared<LinuxImageCodec>();
 
   s->plugin_ = std::make_unique<VelqorCameraPlugin>(p);
   if (config.viewController) s->plugin_->setViewController(s->device_->makeRootViewController());

@@ -10,6 +10,8 @@ int main(int argc, char** argv) {
   Registration chosen;
   registerSpineCommands(app, chosen);
   registerDeviceCommands(app, chosen);
+  registerImageCommands(app, chosen);
+  registerMediaCommands(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -7,6 +7,7 @@
 #include "platform/Application.h"
 #include "platform/Clock.h"
 #include "platform/DeviceAccess.h"
+#include "platform/ImageCodec.h"
 #include "platform/PickerSources.h"
 #include "platform/ResourceBundles.h"
 #include "platform/Screen.h"
@@ -41,6 +42,9 @@ struct PlatformServices {
   std::shared_ptr<PhotoLibraryAuthorization> photoLibraryAuthorization;
   std::shared_ptr<Application> application;
   std::shared_ptr<ResourceBundles> resourceBundles;
+
+  // Image decoding, encoding and metadata.
+  std::shared_ptr<ImageCodec> imageCodec;
 };
 
 }  // namespace velqor

@@ -1,0 +1,60 @@
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/Cli.h"
+#include "host/FileBytes.h"
+#include "host/ValueJson.h"
+#include "platform/linux/ImageMetadata.h"
+#include "platform/linux/PngCodec.h"
+#include "platform/linux/SampleImages.h"
+
+namespace velqor::cli {
+
+void registerMediaCommands(CLI::App& app, Registration& chosen) {
+  static std::string metadataPath;
+  auto* metadata = app.add_subcommand("metadata", "Print a file's image metadata as JSON");
+  metadata->add_option("FILE", metadataPath, "The image file")->required();
+  metadata->callback([&chosen] {
+    chosen.run = [] {
+      auto bytes = FileBytes::read(metadataPath, 512u << 20);
+      if (!bytes.ok()) throw UsageError{bytes.status().message()};
+      auto dict = ImageMetadata::read(*bytes);
+      if (!dict.ok()) {
+        std::cerr << "velqor-camera: " << metadataPath << ": " << dict.status().message() << "\n";
+        return kExitFailure;
+      }
+      std::cout << dictionaryToJson(*dict).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+      return kExitOk;
+    };
+  });
+
+  static std::string kind, out;
+  static int width = 4032, height = 3024, orientation = 6, quality = 93;
+  auto* sample = app.add_subcommand("sample", "Make a sample input with the project's own code");
+  sample->add_option("KIND", kind, "camera-jpeg (a photo with camera EXIF) or png")
+      ->required()
+      ->check(CLI::IsMember({"camera-jpeg", "png"}));
+  sample->add_option("--width", width, "Stored width (default 4032)");
+  sample->add_option("--height", height, "Stored height (default 3024)");
+  sample->add_option("--orientation", orientation, "EXIF orientation tag (default 6)");
+  sample->add_option("--quality", quality, "JPEG quality (default 93)");
+  sample->add_option("-o,--output", out, "Where to write it")->required();
+  sample->callback([&chosen] {
+    chosen.run = [] {
+      if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > 100'000'000)
+        throw UsageError{"--width and --height must be positive and at most 100 megapixels together"};
+      StatusOr<Bytes> bytes = kind == "png" ? PngCodec::encode(SampleImages::scene(width, height))
+                                            : SampleImages::cameraJpeg(width, height, orientation, quality);
+      if (!bytes.ok()) {
+        std::cerr << "velqor-camera: " << bytes.status().message() << "\n";
+        return kExitFailure;
+      }
+      if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) throw UsageError{s.message()};
+      std::cout << out << "\n";
+      return kExitOk;
+    };
+  });
+}
+
+}  // namespace velqor::cli

@@ -1,0 +1,103 @@
+#include "platform/Dihedral.h"
+
+#include <cstring>
+
+namespace velqor {
+namespace {
+
+// Where stored pixel (i, j) of a W x H bitmap lands, in a bitmap of the
+// transform's output size.
+struct Mapping {
+  int x, y;
+};
+
+inline Mapping map(Dihedral t, int i, int j, int W, int H) {
+  switch (t) {
+    case Dihedral::identity: return {i, j};
+    case Dihedral::rotate90: return {H - 1 - j, i};
+    case Dihedral::rotate180: return {W - 1 - i, H - 1 - j};
+    case Dihedral::rotate270: return {j, W - 1 - i};
+    case Dihedral::flipHorizontal: return {W - 1 - i, j};
+    case Dihedral::flipVertical: return {i, H - 1 - j};
+    case Dihedral::transpose: return {j, i};
+    case Dihedral::transverse: return {H - 1 - j, W - 1 - i};
+  }
+  return {i, j};
+}
+
+template <int C>
+void permute(const Bitmap& s, Bitmap& d, Dihedral t) {
+  const int W = s.width, H = s.height;
+  const size_t dstride = d.stride();
+  for (int j = 0; j < H; ++j) {
+    const std::uint8_t* src = s.row(j);
+    Mapping m0 = map(t, 0, j, W, H);
+    Mapping m1 = map(t, 1 < W ? 1 : 0, j, W, H);
+    const long dx = (W > 1) ? (m1.x - m0.x) : 0, dy = (W > 1) ? (m1.y - m0.y) : 0;
+    std::uint8_t* dst = d.pixels.data() + dstride * m0.y + static_cast<size_t>(m0.x) * C;
+    const long step = dy * static_cast<long>(dstride) + dx * C;
+    for (int i = 0; i < W; ++i) {
+      for (int c = 0; c < C; ++c) dst[c] = src[c];
+      src += C;
+      dst += step;
+    }
+  }
+}
+
+}  // namespace
+
+bool Bitmap::hasTransparency() const {
+  if (channels != 4) return false;
+  for (size_t k = 3; k < pixels.size(); k += 4)
+    if (pixels[k] != 255) return true;
+  return false;
+}
+
+bool swapsAxes(Dihedral t) {
+  return t == Dihedral::rotate90 || t == Dihedral::rotate270 || t == Dihedral::transpose ||
+         t == Dihedral::transverse;
+}
+
+Dihedral compose(Dihedral first, Dihedral second) {
+  // Compose by tracking where two probe pixels of a 3 x 2 bitmap land.
+  const int W = 3, H = 2;
+  Mapping a = map(first, 0, 0, W, H), b = map(first, 1, 0, W, H);
+  int W1 = swapsAxes(first) ? H : W, H1 = swapsAxes(first) ? W : H;
+  Mapping a2 = map(second, a.x, a.y, W1, H1), b2 = map(second, b.x, b.y, W1, H1);
+  for (Dihedral t : {Dihedral::identity, Dihedral::rotate90, Dihedral::rotate180, Dihedral::rotate270,
+                     Dihedral::flipHorizontal, Dihedral::flipVertical, Dihedral::transpose, Dihedral::transverse}) {
+    Mapping ta = map(t, 0, 0, W, H), tb = map(t, 1, 0, W, H);
+    if (ta.x == a2.x && ta.y == a2.y && tb.x == b2.x && tb.y == b2.y) return t;
+  }
+  return Dihedral::identity;
+}
+
+Bitmap applyDihedral(const Bitmap& s, Dihedral t) {
+  if (t == Dihedral::identity) return s;
+  const bool swap = swapsAxes(t);
+  Bitmap d(swap ? s.height : s.width, swap ? s.width : s.height, s.channels);
+  if (s.empty()) return d;
+  if (s.channels == 4) {
+    permute<4>(s, d, t);
+  } else if (s.channels == 3) {
+    permute<3>(s, d, t);
+  } else {
+    permute<1>(s, d, t);
+  }
+  return d;
+}
+
+Dihedral displayTransform(int o) {
+  switch (o) {
+    case 1: return Dihedral::rotate180;       // down
+    case 2: return Dihedral::rotate270;       // left
+    case 3: return Dihedral::rotate90;        // right
+    case 4: return Dihedral::flipHorizontal;  // upMirrored
+    case 5: return Dihedral::flipVertical;    // downMirrored
+    case 6: return Dihedral::transpose;       // leftMirrored
+    case 7: return Dihedral::transverse;      // rightMirrored
+    default: return Dihedral::identity;
+  }
+}
+
+}  // namespace velqor

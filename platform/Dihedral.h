@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/Bitmap.h"
+
+namespace velqor {
+
+// The eight exact pixel permutations of a rectangle. Composition and the
+// mapping from image orientations are what the image operations need.
+enum class Dihedral {
+  identity,
+  rotate90,   // clockwise: stored (i, j) lands at (H-1-j, i)
+  rotate180,
+  rotate270,  // counter-clockwise: stored (i, j) lands at (j, W-1-i)
+  flipHorizontal,
+  flipVertical,
+  transpose,   // (i, j) lands at (j, i)
+  transverse,  // (i, j) lands at (H-1-j, W-1-i)
+};
+
+// True when the transform swaps width and height.
+bool swapsAxes(Dihedral t);
+// `second` applied after `first`.
+Dihedral compose(Dihedral first, Dihedral second);
+// Applies the permutation; the result is a new bitmap.
+Bitmap applyDihedral(const Bitmap& source, Dihedral t);
+
+// How an image with this orientation is drawn upright (mirrors included).
+Dihedral displayTransform(int imageOrientation);
+
+}  // namespace velqor

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "host/Value.h"
+#include "platform/ImageSource.h"
+#include "platform/PlatformImage.h"
+
+namespace velqor {
+
+// Image decoding and encoding as the plug-in uses them: an image from bytes
+// (orientation from the file's EXIF), its JPEG and PNG representations, the
+// container type of encoded bytes, and writing a bitmap with metadata.
+//
+// Threads: any; implementations keep no mutable state.
+class ImageCodec {
+ public:
+  virtual ~ImageCodec() = default;
+
+  // None when the bytes are no image this codec reads, or exceed the limits.
+  virtual std::shared_ptr<PlatformImage> imageWithData(std::shared_ptr<const Bytes> bytes) = 0;
+  // Why imageWithData would give none ("cannot decode: ..."); ok when it decodes.
+  virtual Status probe(std::span<const std::uint8_t> bytes) = 0;
+
+  // Quality 0.0-1.0 (out-of-range values clamped). None when the image has no
+  // bitmap or encoding fails.
+  virtual std::optional<Bytes> jpegRepresentation(const PlatformImage& image, double quality) = 0;
+  virtual std::optional<Bytes> pngRepresentation(const PlatformImage& image) = 0;
+
+  // The container type identifier of encoded bytes: "public.jpeg",
+  // "public.png", "public.heic"; none when unknown.
+  virtual std::optional<std::string> containerType(std::span<const std::uint8_t> bytes) = 0;
+
+  // Encodes `bitmap` in the container `type` with `properties` (the nested
+  // image-property dictionary) as its metadata. None when the type cannot be
+  // written.
+  virtual std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
+                                                    const Dictionary& properties) = 0;
+
+  // The limits applied to every decode.
+  virtual const DecodeLimits& limits() const = 0;
+};
+
+}  // namespace velqor

@@ -1,0 +1,94 @@
+#include "platform/PlatformImage.h"
+
+#include "platform/Resampler.h"
+
+namespace velqor {
+
+int ImageOrientation::fromExif(long tag) {
+  switch (tag) {
+    case 3: return down;
+    case 6: return right;
+    case 8: return left;
+    case 2: return upMirrored;
+    case 4: return downMirrored;
+    case 5: return leftMirrored;
+    case 7: return rightMirrored;
+    default: return up;
+  }
+}
+
+std::shared_ptr<PlatformImage> PlatformImage::fromSource(std::shared_ptr<const ImageSource> source, int orientation) {
+  std::shared_ptr<PlatformImage> img(new PlatformImage());
+  img->width_ = source->width();
+  img->height_ = source->height();
+  img->source_ = std::move(source);
+  img->orientation_ = orientation;
+  return img;
+}
+
+std::shared_ptr<PlatformImage> PlatformImage::fromBitmap(Bitmap bitmap, int orientation) {
+  std::shared_ptr<PlatformImage> img(new PlatformImage());
+  img->width_ = bitmap.width;
+  img->height_ = bitmap.height;
+  img->bitmap_ = std::make_shared<const Bitmap>(std::move(bitmap));
+  img->orientation_ = orientation;
+  return img;
+}
+
+std::shared_ptr<PlatformImage> PlatformImage::withoutBitmap(int width, int height, int orientation) {
+  std::shared_ptr<PlatformImage> img(new PlatformImage());
+  img->width_ = width;
+  img->height_ = height;
+  img->orientation_ = orientation;
+  return img;
+}
+
+ImageSize PlatformImage::size() const {
+  const bool swap = orientation_ == ImageOrientation::left || orientation_ == ImageOrientation::right ||
+                    orientation_ == ImageOrientation::leftMirrored || orientation_ == ImageOrientation::rightMirrored;
+  return swap ? ImageSize{static_cast<double>(height_), static_cast<double>(width_)}
+              : ImageSize{static_cast<double>(width_), static_cast<double>(height_)};
+}
+
+std::string PlatformImage::sourceTypeName() const {
+  return source_ && transform_ == Dihedral::identity && source_->width() == width_ && source_->height() == height_
+             ? source_->typeName()
+             : "";
+}
+
+std::optional<Bitmap> PlatformImage::cgImage() const {
+  if (bitmap_) return *bitmap_;
+  if (!source_) return std::nullopt;
+  // Decode no larger than twice what is kept, in the source's own frame.
+  const bool swap = swapsAxes(transform_);
+  const int needW = swap ? height_ : width_, needH = swap ? width_ : height_;
+  const bool reduces = needW < source_->width() && needH < source_->height();
+  auto decoded = reduces ? source_->decode(2 * needW, 2 * needH) : source_->decode(source_->width(), source_->height());
+  if (!decoded.ok()) return std::nullopt;
+  // Resize in the source's frame first: the permutation then moves the fewest pixels.
+  Bitmap pixels = std::move(*decoded);
+  if (pixels.width != needW || pixels.height != needH) pixels = Resampler::resize(pixels, needW, needH);
+  return applyDihedral(pixels, transform_);
+}
+
+std::shared_ptr<PlatformImage> PlatformImage::drawn(Dihedral t, int width, int height, int orientation) const {
+  std::shared_ptr<PlatformImage> img(new PlatformImage());
+  img->width_ = width;
+  img->height_ = height;
+  img->orientation_ = orientation;
+  if (source_) {
+    // Resizing commutes with the permutations, so the chain folds into one.
+    img->source_ = source_;
+    img->transform_ = compose(transform_, t);
+  } else if (bitmap_) {
+    Bitmap pixels = applyDihedral(*bitmap_, t);
+    if (pixels.width != width || pixels.height != height) pixels = Resampler::resize(pixels, width, height);
+    img->bitmap_ = std::make_shared<const Bitmap>(std::move(pixels));
+  } else {
+    // Nothing to draw: a blank, fully transparent context.
+    img->bitmap_ = std::make_shared<const Bitmap>(width, height, 4);
+  }
+  return img;
+}
+
+}  // namespace velqor

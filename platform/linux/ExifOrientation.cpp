@@ -1,0 +1,25 @@
+#include "platform/linux/ExifOrientation.h"
+
+#include <exiv2/exiv2.hpp>
+
+#include "platform/linux/Exiv2Support.h"
+
+namespace velqor {
+
+long ExifOrientation::read(std::span<const std::uint8_t> bytes) {
+  Exiv2Support::ensureInitialized();
+  try {
+    auto image = Exiv2::ImageFactory::open(bytes.data(), static_cast<long>(bytes.size()));
+    if (image.get() == nullptr) return 1;
+    image->readMetadata();
+    const auto& exif = image->exifData();
+    auto it = exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"));
+    if (it == exif.end() || it->count() == 0) return 1;
+    return it->toLong();
+  } catch (...) {
+    // Exiv2 reports unreadable metadata by throwing; the pixels may still be fine.
+    return 1;
+  }
+}
+
+}  // namespace velqor

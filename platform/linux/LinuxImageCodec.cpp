@@ -1,0 +1,78 @@
+#include "platform/linux/LinuxImageCodec.h"
+
+#include "platform/linux/ExifOrientation.h"
+#include "platform/linux/HeifCodec.h"
+#include "platform/linux/ImageMetadata.h"
+#include "platform/linux/JpegCodec.h"
+#include "platform/linux/PngCodec.h"
+
+namespace velqor {
+
+namespace {
+// What an image destination without a quality option writes.
+constexpr double kDestinationJpegQuality = 0.9;
+}  // namespace
+
+StatusOr<std::shared_ptr<const ImageSource>> LinuxImageCodec::source(std::shared_ptr<const Bytes> bytes) const {
+  if (!bytes || bytes->empty()) return Status::invalidArgument("cannot decode: no bytes");
+  // The bytes decide, not a file name: a PNG named .jpg is still a PNG.
+  if (JpegCodec::looksLike(*bytes)) return JpegCodec::source(bytes, limits_);
+  if (PngCodec::looksLike(*bytes)) return PngCodec::source(bytes, limits_);
+  if (HeifCodec::looksLike(*bytes)) return HeifCodec::source(bytes, limits_);
+  return Status::invalidArgument("cannot decode: not a JPEG, PNG or HEIF image");
+}
+
+std::shared_ptr<PlatformImage> LinuxImageCodec::imageWithData(std::shared_ptr<const Bytes> bytes) {
+  auto src = source(bytes);
+  if (!src.ok()) return nullptr;
+  // HEIF pixels come out upright; JPEG and PNG carry their EXIF orientation.
+  const int orientation =
+      (*src)->typeName() == "heif" ? ImageOrientation::up : ImageOrientation::fromExif(ExifOrientation::read(*bytes));
+  return PlatformImage::fromSource(std::move(*src), orientation);
+}
+
+Status LinuxImageCodec::probe(std::span<const std::uint8_t> bytes) {
+  auto copy = std::make_shared<const Bytes>(bytes.begin(), bytes.end());
+  auto src = source(copy);
+  if (!src.ok()) return src.status();
+  // A header can lie; decode the smallest scale to be sure there are pixels.
+  auto pixels = (*src)->decode(1, 1);
+  return pixels.ok() ? Status::okStatus() : pixels.status();
+}
+
+std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& image, double quality) {
+  auto bitmap = image.cgImage();
+  if (!bitmap) return std::nullopt;
+  auto out = JpegCodec::encode(*bitmap, quality);
+  if (!out.ok()) return std::nullopt;
+  return std::move(*out);
+}
+
+std::optional<Bytes> LinuxImageCodec::pngRepresentation(const PlatformImage& image) {
+  auto bitmap = image.cgImage();
+  if (!bitmap) return std::nullopt;
+  auto out = PngCodec::encode(*bitmap);
+  if (!out.ok()) return std::nullopt;
+  return std::move(*out);
+}
+
+std::optional<std::string> LinuxImageCodec::containerType(std::span<const std::uint8_t> bytes) {
+  if (JpegCodec::looksLike(bytes)) return "public.jpeg";
+  if (PngCodec::looksLike(bytes)) return "public.png";
+  if (HeifCodec::looksLike(bytes)) return "public.heic";
+  return std::nullopt;
+}
+
+std::optional<Bytes> LinuxImageCodec::encodeWithProperties(const Bitmap& bitmap, const std::string& type,
+                                                           const Dictionary& properties) {
+  StatusOr<Bytes> out = Status::invalidArgument("unsupported destination type " + type);
+  // The platform's image destination writes JPEG at its default quality.
+  if (type == "public.jpeg") out = JpegCodec::encode(bitmap, kDestinationJpegQuality);
+  if (type == "public.png") out = PngCodec::encode(bitmap);
+  if (!out.ok()) return std::nullopt;
+  auto withMetadata = ImageMetadata::write(*out, properties);
+  if (!withMetadata.ok()) return std::nullopt;
+  return std::move(*withMetadata);
+}
+
+}  // namespace velqor

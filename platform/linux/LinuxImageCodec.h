@@ -1,0 +1,31 @@
+#pragma once
+
+#include "platform/ImageCodec.h"
+
+namespace velqor {
+
+// The image codec of this build: JPEG (libjpeg-turbo), PNG (libspng) and HEIF
+// (libheif) decoding, JPEG and PNG encoding, EXIF through Exiv2.
+//
+// Threads: any; no mutable state.
+class LinuxImageCodec final : public ImageCodec {
+ public:
+  explicit LinuxImageCodec(DecodeLimits limits = {}) : limits_(limits) {}
+
+  std::shared_ptr<PlatformImage> imageWithData(std::shared_ptr<const Bytes> bytes) override;
+  Status probe(std::span<const std::uint8_t> bytes) override;
+  std::optional<Bytes> jpegRepresentation(const PlatformImage& image, double quality) override;
+  std::optional<Bytes> pngRepresentation(const PlatformImage& image) override;
+  std::optional<std::string> containerType(std::span<const std::uint8_t> bytes) override;
+  std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
+                                            const Dictionary& properties) override;
+  const DecodeLimits& limits() const override { return limits_; }
+
+  // The source for bytes, whatever their container.
+  StatusOr<std::shared_ptr<const ImageSource>> source(std::shared_ptr<const Bytes> bytes) const;
+
+ private:
+  DecodeLimits limits_;
+};
+
+}  // namespace velqor

@@ -1,0 +1,115 @@
+#include "platform/linux/PngCodec.h"
+
+#include <spng.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace velqor {
+namespace {
+
+struct SpngDeleter {
+  void operator()(spng_ctx* c) const noexcept { spng_ctx_free(c); }
+};
+using SpngContext = std::unique_ptr<spng_ctx, SpngDeleter>;
+
+constexpr size_t kChunkLimit = 8u << 20;   // one ancillary chunk
+constexpr size_t kChunkCache = 32u << 20;  // all of them
+
+SpngContext decoder(const Bytes& bytes) {
+  SpngContext ctx(spng_ctx_new(0));
+  if (!ctx) return ctx;
+  spng_set_chunk_limits(ctx.get(), kChunkLimit, kChunkCache);
+  spng_set_crc_action(ctx.get(), SPNG_CRC_ERROR, SPNG_CRC_DISCARD);
+  if (spng_set_png_buffer(ctx.get(), bytes.data(), bytes.size()) != 0) ctx.reset();
+  return ctx;
+}
+
+class PngSource final : public ImageSource {
+ public:
+  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h) : bytes_(std::move(bytes)), w_(w), h_(h) {}
+  int width() const override { return w_; }
+  int height() const override { return h_; }
+  std::string typeName() const override { return "png"; }
+
+  StatusOr<Bitmap> decode(int, int) const override {
+    SpngContext ctx = decoder(*bytes_);
+    if (!ctx) return Status::internal("cannot start a PNG decoder");
+    size_t size = 0;
+    if (int rc = spng_decoded_image_size(ctx.get(), SPNG_FMT_RGBA8, &size); rc != 0)
+      return Status::dataLoss(std::string("cannot decode PNG: ") + spng_strerror(rc));
+    Bitmap out(w_, h_, 4);
+    if (size != out.pixels.size()) return Status::dataLoss("cannot decode PNG: unexpected size");
+    if (int rc = spng_decode_image(ctx.get(), out.pixels.data(), size, SPNG_FMT_RGBA8, SPNG_DECODE_TRNS); rc != 0)
+      return Status::dataLoss(std::string("cannot decode PNG: ") + spng_strerror(rc));
+    return out;
+  }
+
+ private:
+  std::shared_ptr<const Bytes> bytes_;
+  int w_, h_;
+};
+
+}  // namespace
+
+bool PngCodec::looksLike(std::span<const std::uint8_t> b) {
+  static const std::uint8_t kMagic[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+  return b.size() >= 8 && std::memcmp(b.data(), kMagic, 8) == 0;
+}
+
+StatusOr<std::shared_ptr<const ImageSource>> PngCodec::source(std::shared_ptr<const Bytes> bytes,
+                                                               const DecodeLimits& limits) {
+  if (!bytes || !looksLike(*bytes)) return Status::invalidArgument("cannot decode: not a PNG file");
+  SpngContext ctx = decoder(*bytes);
+  if (!ctx) return Status::internal("cannot start a PNG decoder");
+  spng_ihdr ihdr{};
+  if (int rc = spng_get_ihdr(ctx.get(), &ihdr); rc != 0)
+    return Status::dataLoss(std::string("cannot decode PNG header: ") + spng_strerror(rc));
+  const std::uint64_t pixels = static_cast<std::uint64_t>(ihdr.width) * ihdr.height;
+  if (ihdr.width == 0 || ihdr.height == 0) return Status::dataLoss("cannot decode PNG: empty image");
+  if (pixels > limits.maxPixels || ihdr.width > 0x7FFFFFFF || ihdr.height > 0x7FFFFFFF)
+    return Status::resourceExhausted("cannot decode: " + std::to_string(ihdr.width) + "x" +
+                                     std::to_string(ihdr.height) + " exceeds the pixel limit of " +
+                                     std::to_string(limits.maxPixels));
+  if (pixels * 4 > limits.maxBytes) return Status::resourceExhausted("cannot decode: image exceeds the memory budget");
+  return std::shared_ptr<const ImageSource>(
+      std::make_shared<PngSource>(std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height)));
+}
+
+StatusOr<Bytes> PngCodec::encode(const Bitmap& bitmap) {
+  if (bitmap.empty()) return Status::invalidArgument("cannot encode an empty bitmap");
+  // Drop an alpha channel that carries nothing: smaller files, same pixels.
+  const Bitmap* pixels = &bitmap;
+  Bitmap rgb;
+  if (bitmap.channels == 4 && !bitmap.hasTransparency()) {
+    rgb = Bitmap(bitmap.width, bitmap.height, 3);
+    for (size_t p = 0, q = 0; p < bitmap.pixels.size(); p += 4, q += 3) std::memcpy(&rgb.pixels[q], &bitmap.pixels[p], 3);
+    pixels = &rgb;
+  }
+  SpngContext ctx(spng_ctx_new(SPNG_CTX_ENCODER));
+  if (!ctx) return Status::internal("cannot start a PNG encoder");
+  spng_set_option(ctx.get(), SPNG_ENCODE_TO_BUFFER, 1);
+  spng_set_option(ctx.get(), SPNG_IMG_COMPRESSION_LEVEL, 6);
+  spng_ihdr ihdr{};
+  ihdr.width = static_cast<std::uint32_t>(pixels->width);
+  ihdr.height = static_cast<std::uint32_t>(pixels->height);
+  ihdr.bit_depth = 8;
+  ihdr.color_type = pixels->channels == 4 ? SPNG_COLOR_TYPE_TRUECOLOR_ALPHA
+                                          : (pixels->channels == 3 ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE);
+  if (int rc = spng_set_ihdr(ctx.get(), &ihdr); rc != 0)
+    return Status::internal(std::string("cannot encode PNG: ") + spng_strerror(rc));
+  if (int rc = spng_encode_image(ctx.get(), pixels->pixels.data(), pixels->pixels.size(), SPNG_FMT_PNG,
+                                 SPNG_ENCODE_FINALIZE);
+      rc != 0)
+    return Status::internal(std::string("cannot encode PNG: ") + spng_strerror(rc));
+  size_t size = 0;
+  int err = 0;
+  void* buffer = spng_get_png_buffer(ctx.get(), &size, &err);
+  if (!buffer || err != 0) return Status::internal("cannot encode PNG: no output");
+  Bytes out(static_cast<std::uint8_t*>(buffer), static_cast<std::uint8_t*>(buffer) + size);
+  std::free(buffer);
+  return out;
+}
+
+}  // namespace velqor
