@@ -34,11 +34,22 @@ std::unique_ptr<DeviceSession> openSession(const DeviceOptions& options) {
 }
 
 // Runs a command to its answer; exit 3 with the reasons when none comes.
-int runCommand(DeviceSession& s, const std::string& operation, Array args, double timeoutSeconds) {
+int runCommand(DeviceSession& s, const std::string& operation, Array args, double timeoutSeconds,
+               std::optional<double> locationTimeout = std::nullopt) {
   auto id = s.host().callCommand(operation, std::move(args));
   if (!id) throw UsageError{"the plug-in has no operation " + operation};
   auto timeout = std::chrono::milliseconds(static_cast<long long>(timeoutSeconds * 1000));
   auto result = s.host().runUntilAnswered(*id, timeout);
+  if (result != HostRuntime::RunResult::answered && locationTimeout && s.plugin().core()->pickerController.load()) {
+    // The opt-in escape from a fix that never comes: wait, then deliver the
+    // photo with the metadata it has, as the host may.
+    s.host().mainQueue().waitForWork(std::chrono::milliseconds(static_cast<long long>(*locationTimeout * 1000)));
+    if (!s.host().answers()->isAnswered(*id)) {
+      std::cerr << "velqor-camera: no location fix after " << *locationTimeout << " s; delivering the photo without one\n";
+      s.host().callPlain("imagePickerControllerReturnImageResult");
+    }
+    result = s.host().runUntilAnswered(*id, timeout);
+  }
   // Let work started by the answer (an album save, a late second answer) end too.
   s.host().runUntilQuiescent(std::chrono::seconds(10));
   if (result == HostRuntime::RunResult::answered || s.host().answers()->isAnswered(*id)) return kExitOk;
@@ -65,7 +76,8 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen) {
   take->callback([&chosen] {
     chosen.run = [] {
       auto session = openSession(takeOptions);
-      return runCommand(*session, "takePicture:", parseArgs(takeArgs), takeOptions.timeoutSeconds);
+      return runCommand(*session, "takePicture:", parseArgs(takeArgs), takeOptions.timeoutSeconds,
+                        takeOptions.locationTimeout());
     };
   });
 

@@ -2,6 +2,10 @@
 
 #include "cli/Cli.h"
 
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
 namespace velqor::cli {
 namespace {
 
@@ -29,6 +33,33 @@ std::int64_t sourceNamed(const std::string& text) {
   }
 }
 
+LocationFix parseFix(const std::string& text) {
+  LocationFix fix;
+  fix.timestamp = std::chrono::system_clock::now();
+  std::string coords = text.substr(0, text.find('@'));
+  double alt = std::nan("");
+  int n = std::sscanf(coords.c_str(), "%lf,%lf,%lf", &fix.latitude, &fix.longitude, &alt);
+  if (n < 2 || std::abs(fix.latitude) > 90 || std::abs(fix.longitude) > 180)
+    throw UsageError{"--location: expected LAT,LON[,ALT] in degrees and metres, got \"" + text + "\""};
+  if (n == 3) fix.altitude = alt;
+  if (size_t at = text.find('@'); at != std::string::npos) {
+    std::tm tm{};
+    double seconds = 0;
+    int y, mo, d, h, mi;
+    if (std::sscanf(text.c_str() + at + 1, "%d-%d-%dT%d:%d:%lfZ", &y, &mo, &d, &h, &mi, &seconds) != 6)
+      throw UsageError{"--location: expected a time like 2024-03-05T23:59:59.250Z after @"};
+    tm.tm_year = y - 1900;
+    tm.tm_mon = mo - 1;
+    tm.tm_mday = d;
+    tm.tm_hour = h;
+    tm.tm_min = mi;
+    tm.tm_sec = static_cast<int>(seconds);
+    fix.timestamp = std::chrono::system_clock::from_time_t(::timegm(&tm)) +
+                    std::chrono::microseconds(std::llround((seconds - tm.tm_sec) * 1e6));
+  }
+  return fix;
+}
+
 }  // namespace
 
 void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
@@ -46,11 +77,20 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
   app.add_flag("--no-bundle", noBundle_, "The application ships no Velqor.bundle");
   app.add_option("--temp-dir", tempDir_, "The application's temporary directory");
   app.add_option("--file-url-prefix", fileUrlPrefix_, "Host URL transformer: file:///path becomes PREFIX/path");
+  app.add_option("--library", library_, "The photo library directory");
   if (withUserActions) {
     app.add_option("--tap", tap_, "Button the user taps on an alert: settings|cancel");
     app.add_flag("--cancel", cancel_, "The user cancels the picker");
     app.add_flag("--events", events, "Print what the user sees as JSON lines");
     app.add_option("--timeout", timeoutSeconds, "Seconds to wait for an answer (default 30)");
+    app.add_option("--photo", photo_, "The user takes this photo with the camera");
+    app.add_option("--video", video_, "The user records this movie with the camera");
+    app.add_option("--pick", pick_, "The user picks this library asset (a local identifier, or a file imported first)");
+    app.add_option("--edit", edit_, "The user crops the picture to X,Y,W,H (upright pixels)");
+    app.add_option("--location", locations_, "A location fix LAT,LON[,ALT][@2024-03-05T23:59:59.250Z]; repeat for more");
+    app.add_flag("--no-fix", noFix_, "The location service never delivers a fix");
+    app.add_option("--location-timeout", locationTimeout_,
+                   "Deliver a photo waiting for a location fix after S seconds without one");
   }
 }
 
@@ -82,6 +122,26 @@ DeviceConfig DeviceOptions::toConfig() const {
   c.language = lang_;
   if (!fileUrlPrefix_.empty()) c.fileUrlPrefix = fileUrlPrefix_;
   if (timeoutSeconds <= 0) throw UsageError{"--timeout must be positive"};
+  c.libraryDirectory = library_;
+  const int chosen = !photo_.empty() + !video_.empty() + !pick_.empty() + cancel_;
+  if (chosen > 1) throw UsageError{"choose one of --photo, --video, --pick and --cancel"};
+  if (!photo_.empty() || !video_.empty() || !pick_.empty()) {
+    SimPickerChoice choice;
+    choice.kind = !photo_.empty() ? SimPickerChoice::Kind::photo
+                                  : (!video_.empty() ? SimPickerChoice::Kind::video : SimPickerChoice::Kind::pick);
+    choice.file = !photo_.empty() ? photo_ : video_;
+    choice.asset = pick_;
+    if (!edit_.empty()) {
+      std::array<double, 4> r{};
+      if (std::sscanf(edit_.c_str(), "%lf,%lf,%lf,%lf", &r[0], &r[1], &r[2], &r[3]) != 4 || r[2] <= 0 || r[3] <= 0)
+        throw UsageError{"--edit: expected X,Y,W,H with a positive width and height"};
+      choice.edit = r;
+    }
+    c.pickerChoice = choice;
+  }
+  if (noFix_ && !locations_.empty()) throw UsageError{"--no-fix and --location exclude each other"};
+  for (const auto& text : locations_) c.locationFixes.push_back(parseFix(text));
+  if (locationTimeout_ < 0) throw UsageError{"--location-timeout must not be negative"};
   return c;
 }
 

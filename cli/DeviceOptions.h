@@ -19,6 +19,10 @@ class DeviceOptions {
 
   bool events = false;
   double timeoutSeconds = 30;
+  // Seconds without a fix after which the host delivers a waiting photo anyway.
+  std::optional<double> locationTimeout() const {
+    return locationTimeout_ > 0 ? std::optional<double>(locationTimeout_) : std::nullopt;
+  }
 
  private:
   std::vector<std::string> sources_;
@@ -36,6 +40,10 @@ class DeviceOptions {
   bool noBundle_ = false;
   std::string tempDir_;
   std::string fileUrlPrefix_;
+  std::string photo_, video_, pick_, edit_, library_;
+  std::vector<std::string> locations_;
+  bool noFix_ = false;
+  double locationTimeout_ = 0;
 };
 
 }  // namespace velqor::cli

@@ -25,10 +25,25 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
                                                           : config.temporaryDirectory;
   ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
 
+  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(config.libraryDirectory.empty()
+                                                              ? SqlitePhotoLibrary::defaultPath()
+                                                              : config.libraryDirectory));
+  s->export_ = std::make_shared<FfmpegMediaExport>();
   s->main_ = std::make_shared<ManualExecutor>("main");
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");
   s->platform_ = std::make_shared<ThreadPool>(1, "platform");
-  s->device_ = std::make_shared<SimDevice>(config.device, s->main_, s->platform_, std::make_shared<SimEventLog>());
+  auto codec = std::make_shared<LinuxImageCodec>();
+  if (config.pickerChoice) {
+    config.device.pickerChoice = SimDeviceState::PickerChoice::finish;
+    config.device.makePickerInfo = [choice = *config.pickerChoice, codec, library = s->library_,
+                                    dir = tmp.path()](const ImagePickerController&) {
+      return SimPickerMedia::info(choice, *codec, library.get(), dir);
+    };
+  }
+  auto events = std::make_shared<SimEventLog>();
+  s->device_ = std::make_shared<SimDevice>(config.device, s->main_, s->platform_, events);
+  s->locationQueue_ = std::make_shared<ThreadPool>(1, "location");
+  s->location_ = std::make_shared<SimLocationService>(config.locationFixes, s->locationQueue_, events);
 
   PlatformServices& p = s->services_;
   p.mainQueue = s->main_;
@@ -43,7 +58,10 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(s->device_);
   p.application = s->device_;
   p.resourceBundles = s->device_;
-  p.imageCodec = std::make_shared<LinuxImageCodec>();
+  p.imageCodec = codec;
+  p.locationService = s->location_;
+  p.photoLibrary = s->library_;
+  p.mediaExport = s->export_;
 
   s->plugin_ = std::make_unique<VelqorCameraPlugin>(p);
   if (config.viewController) s->plugin_->setViewController(s->device_->makeRootViewController());
@@ -58,6 +76,12 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   auto platform = s->platform_;
   s->host_->addActivitySource({"worker pool", [pool] { return pool->idle(); }});
   s->host_->addActivitySource({"platform queue", [platform] { return platform->idle(); }});
+  auto locationQueue = s->locationQueue_;
+  s->host_->addActivitySource({"location service", [locationQueue] { return locationQueue->idle(); }});
+  auto library = s->library_;
+  s->host_->addActivitySource({"photo library", [library] { return library->idle(); }});
+  auto exporter = s->export_;
+  s->host_->addActivitySource({"media export", [exporter] { return exporter->idle(); }});
   s->config_ = std::move(config);
   return s;
 }
@@ -67,6 +91,8 @@ DeviceSession::~DeviceSession() {
   // executors they post to go away.
   if (pool_) pool_->waitIdle();
   if (platform_) platform_->waitIdle();
+  if (locationQueue_) locationQueue_->waitIdle();
+  if (library_) library_->drain();
   host_.reset();
   plugin_.reset();
 }
@@ -92,8 +118,8 @@ std::vector<std::string> DeviceSession::whyOpen() const {
   }
   if (reasons.empty() && state.libraryAccess == AccessState::limited)
     reasons.push_back("photo-library access is limited: the plug-in leaves the command open");
-  if (reasons.empty() && core->data.load())
-    reasons.push_back("the photo waits for a location fix that has not come");
+  if (std::string why = location_->waitingReason(); !why.empty() && core->pickerController.load())
+    reasons.push_back(why + "; or pass --location-timeout S to deliver it without one");
   if (reasons.empty()) reasons.push_back("the plug-in sent no answer and nothing is left to happen");
   return reasons;
 }

@@ -9,7 +9,11 @@
 #include "host/ManualExecutor.h"
 #include "host/StatusOr.h"
 #include "host/ThreadPool.h"
+#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
+#include "platform/sim/SimLocationService.h"
+#include "platform/sim/SimPickerMedia.h"
 #include "plugin/VelqorCameraPlugin.h"
 
 namespace velqor {
@@ -23,6 +27,12 @@ struct DeviceConfig {
   // Empty: from the locale variables.
   std::string language;
   std::optional<std::string> fileUrlPrefix;
+  // Empty: the default library beside the temporary directory.
+  std::string libraryDirectory;
+  // What the user does in the picker, besides waiting or cancelling.
+  std::optional<SimPickerChoice> pickerChoice;
+  // The fixes the location service delivers, in order.
+  std::vector<LocationFix> locationFixes;
 };
 
 // One host process's worth of runtime: the main queue, the worker pool, a
@@ -36,6 +46,8 @@ class DeviceSession {
   ~DeviceSession();
 
   HostRuntime& host() { return *host_; }
+  SqlitePhotoLibrary& library() { return *library_; }
+  SimLocationService& location() { return *location_; }
   SimDevice& device() { return *device_; }
   VelqorCameraPlugin& plugin() { return *plugin_; }
   const PlatformServices& services() const { return services_; }
@@ -54,6 +66,10 @@ class DeviceSession {
   std::shared_ptr<ThreadPool> pool_;
   std::shared_ptr<ThreadPool> platform_;
   std::shared_ptr<SimDevice> device_;
+  std::shared_ptr<ThreadPool> locationQueue_;
+  std::shared_ptr<SimLocationService> location_;
+  std::shared_ptr<SqlitePhotoLibrary> library_;
+  std::shared_ptr<FfmpegMediaExport> export_;
   PlatformServices services_;
   std::unique_ptr<VelqorCameraPlugin> plugin_;
   std::unique_ptr<HostRuntime> host_;

@@ -40,6 +40,10 @@ class ImageCodec {
   virtual std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
                                                     const Dictionary& properties) = 0;
 
+  // The full image-property dictionary of encoded bytes; none when they do
+  // not decode as an image.
+  virtual std::optional<Dictionary> imageProperties(std::span<const std::uint8_t> bytes) = 0;
+
   // The limits applied to every decode.
   virtual const DecodeLimits& limits() const = 0;
 };

@@ -7,7 +7,10 @@
 #include "platform/Application.h"
 #include "platform/Clock.h"
 #include "platform/DeviceAccess.h"
+#include "platform/ExportSession.h"
 #include "platform/ImageCodec.h"
+#include "platform/LocationManager.h"
+#include "platform/PhotoLibrary.h"
 #include "platform/PickerSources.h"
 #include "platform/ResourceBundles.h"
 #include "platform/Screen.h"
@@ -45,6 +48,15 @@ struct PlatformServices {
 
   // Image decoding, encoding and metadata.
   std::shared_ptr<ImageCodec> imageCodec;
+
+  // Position fixes.
+  std::shared_ptr<LocationService> locationService;
+
+  // The photo library; absent when none could be opened.
+  std::shared_ptr<PhotoLibrary> photoLibrary;
+
+  // Movie export.
+  std::shared_ptr<MediaExport> mediaExport;
 };
 
 }  // namespace velqor

@@ -6,10 +6,19 @@
 #include "prompts/LocalizedStrings.h"
 #include "prompts/PermissionPrompts.h"
 #include "prompts/PickerCompletion.h"
+#include "results/DeferredDelivery.h"
+#include "results/Geolocation.h"
+#include "results/ImageResult.h"
+#include "results/VideoResult.h"
 
 namespace velqor {
 
 CameraOperations::CameraOperations(PluginCore& core) : core_(core) {}
+
+void CameraOperations::attached() {
+  pickerDelegate_ = std::make_shared<PickerCompletion>(core());
+  locationDelegate_ = std::make_shared<LocationDelegate>(core());
+}
 
 CameraOperations::~CameraOperations() = default;
 
@@ -31,21 +40,23 @@ std::string CameraOperations::tempFilePath(const std::string& extension) {
 
 Url CameraOperations::urlTransformer(const Url& url) { return UrlTransformer::transform(core_, url); }
 
-std::shared_ptr<ImagePickerDelegate> CameraOperations::pickerDelegate() {
-  if (!pickerDelegate_) pickerDelegate_ = std::make_shared<PickerCompletion>(core());
-  return pickerDelegate_;
+std::shared_ptr<ImagePickerDelegate> CameraOperations::pickerDelegate() { return pickerDelegate_; }
+
+void CameraOperations::imagePickerControllerReturnImageResult() {
+  DeferredDelivery::imagePickerControllerReturnImageResult(core_);
 }
 
-void CameraOperations::imagePickerControllerReturnImageResult() {}
-
-Task<ResultPair> CameraOperations::resultForImage(std::shared_ptr<PictureOptions>, Dictionary) {
-  co_await runOnPool(*core_.services.workerPool);
-  co_return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, "image results are not built yet");
+std::shared_ptr<LocationManager> CameraOperations::locationManager() {
+  // The delegate is made with the operations, before any thread can ask.
+  return Geolocation::locationManager(core_, locationDelegate_);
 }
 
-Task<ResultPair> CameraOperations::resultForVideo(std::shared_ptr<PictureOptions>, Dictionary) {
-  co_await runOnPool(*core_.services.workerPool);
-  co_return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, "video results are not built yet");
+Task<ResultPair> CameraOperations::resultForImage(std::shared_ptr<PictureOptions> options, Dictionary info) {
+  return ImageResult::resultForImage(core(), std::move(options), std::move(info));
+}
+
+Task<ResultPair> CameraOperations::resultForVideo(std::shared_ptr<PictureOptions> options, Dictionary info) {
+  return VideoResult::resultForVideo(core(), std::move(options), std::move(info));
 }
 
 }  // namespace velqor

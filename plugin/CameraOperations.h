@@ -8,6 +8,7 @@
 namespace velqor {
 
 class PickerCompletion;
+class LocationDelegate;
 
 // The plug-in's operation table for its own parts: each entry forwards to the
 // part that implements it. Owned by the core it serves.
@@ -17,6 +18,8 @@ class CameraOperations final : public PluginOperations {
  public:
   explicit CameraOperations(PluginCore& core);
   ~CameraOperations() override;
+  // Makes the delegates; called once the core is owned by a shared_ptr.
+  void attached();
 
   void addCameraVC(std::shared_ptr<PictureOptions> options) override;
   void showDenyCameraPermission() override;
@@ -26,6 +29,7 @@ class CameraOperations final : public PluginOperations {
   Url urlTransformer(const Url& url) override;
   std::shared_ptr<ImagePickerDelegate> pickerDelegate() override;
   void imagePickerControllerReturnImageResult() override;
+  std::shared_ptr<LocationManager> locationManager() override;
   Task<ResultPair> resultForImage(std::shared_ptr<PictureOptions> options, Dictionary info) override;
   Task<ResultPair> resultForVideo(std::shared_ptr<PictureOptions> options, Dictionary info) override;
 
@@ -34,6 +38,7 @@ class CameraOperations final : public PluginOperations {
 
   PluginCore& core_;
   std::shared_ptr<PickerCompletion> pickerDelegate_;
+  std::shared_ptr<LocationDelegate> locationDelegate_;
 };
 
 }  // namespace velqor

@@ -12,6 +12,7 @@ namespace velqor {
 
 class PictureOptions;
 class ImagePickerDelegate;
+class LocationManager;
 
 // The plug-in's operations as its parts call them on each other. The parts
 // live in separate libraries (capture, prompts, results, files); they reach one
@@ -31,6 +32,8 @@ class PluginOperations {
   // The object the picker reports to (the plug-in, as its delegate).
   virtual std::shared_ptr<ImagePickerDelegate> pickerDelegate() = 0;
   virtual void imagePickerControllerReturnImageResult() = 0;
+  // The `locationManager` property: made on first read.
+  virtual std::shared_ptr<LocationManager> locationManager() = 0;
   // The result builders: they leave the caller's thread for the worker pool.
   virtual Task<ResultPair> resultForImage(std::shared_ptr<PictureOptions> options, Dictionary info) = 0;
   virtual Task<ResultPair> resultForVideo(std::shared_ptr<PictureOptions> options, Dictionary info) = 0;

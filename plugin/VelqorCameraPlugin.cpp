@@ -13,7 +13,9 @@ VelqorCameraPlugin::VelqorCameraPlugin() : VelqorCameraPlugin(DefaultPlatform::s
 
 VelqorCameraPlugin::VelqorCameraPlugin(PlatformServices services)
     : core_(std::make_shared<PluginCore>(std::move(services), viewControllerSlot())) {
-  core_->setOperations(std::make_unique<CameraOperations>(*core_));
+  auto ops = std::make_unique<CameraOperations>(*core_);
+  ops->attached();
+  core_->setOperations(std::move(ops));
 }
 
 VelqorCameraPlugin::~VelqorCameraPlugin() = default;

@@ -37,13 +37,17 @@ Task<void> finishOnMain(std::weak_ptr<PluginCore> weak, std::shared_ptr<CameraPi
   if (!core) co_return;
   auto options = picker->pictureOptions();
   if (isStillImage(info) && options) {
-    ResultPair pair = co_await core->ops().resultForImage(options, info);
+    // Operands are built outside the co_await expression: g++ 12 may destroy
+    // non-trivial temporaries of such an expression twice.
+    auto building = core->ops().resultForImage(options, info);
+    ResultPair pair = co_await std::move(building);
     co_await resumeOnMain(*core->services.mainQueue);
     // A camera photograph waiting for its location fix is answered later.
     if (PictureOptions::useLocationService.load() && picker->sourceType() == SourceType::camera) co_return;
     answer(*core, pair);
   } else {
-    ResultPair pair = co_await core->ops().resultForVideo(options, info);
+    auto building = core->ops().resultForVideo(options, info);
+    ResultPair pair = co_await std::move(building);
     co_await resumeOnMain(*core->services.mainQueue);
     answer(*core, pair);
   }

@@ -75,4 +75,14 @@ std::optional<Bytes> LinuxImageCodec::encodeWithProperties(const Bitmap& bitmap,
   return std::move(*withMetadata);
 }
 
+std::optional<Dictionary> LinuxImageCodec::imageProperties(std::span<const std::uint8_t> bytes) {
+  auto src = source(std::make_shared<const Bytes>(bytes.begin(), bytes.end()));
+  if (!src.ok()) return std::nullopt;
+  auto properties = ImageMetadata::read(bytes);
+  Dictionary out = properties.ok() ? *properties : Dictionary{};
+  out["PixelWidth"] = Value(static_cast<std::int64_t>((*src)->width()));
+  out["PixelHeight"] = Value(static_cast<std::int64_t>((*src)->height()));
+  return out;
+}
+
 }  // namespace velqor

@@ -1,0 +1,155 @@
+#include "platform/linux/SampleMovies.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/log.h>
+#include <libavutil/opt.h>
+}
+
+#include <cmath>
+#include <memory>
+
+namespace velqor {
+namespace {
+
+struct CodecDeleter {
+  void operator()(AVCodecContext* c) const noexcept { avcodec_free_context(&c); }
+};
+struct FrameDeleter {
+  void operator()(AVFrame* f) const noexcept { av_frame_free(&f); }
+};
+struct PacketDeleter {
+  void operator()(AVPacket* p) const noexcept { av_packet_free(&p); }
+};
+struct OutputDeleter {
+  void operator()(AVFormatContext* c) const noexcept {
+    if (c && c->pb) avio_closep(&c->pb);
+    avformat_free_context(c);
+  }
+};
+using Codec = std::unique_ptr<AVCodecContext, CodecDeleter>;
+using Frame = std::unique_ptr<AVFrame, FrameDeleter>;
+using Packet = std::unique_ptr<AVPacket, PacketDeleter>;
+
+struct Track {
+  Codec codec;
+  AVStream* stream = nullptr;
+};
+
+Status drain(AVFormatContext* out, Track& t, AVFrame* frame) {
+  if (int rc = avcodec_send_frame(t.codec.get(), frame); rc < 0 && rc != AVERROR_EOF)
+    return Status::internal("encoder refused a frame");
+  Packet pkt(av_packet_alloc());
+  while (avcodec_receive_packet(t.codec.get(), pkt.get()) == 0) {
+    av_packet_rescale_ts(pkt.get(), t.codec->time_base, t.stream->time_base);
+    pkt->stream_index = t.stream->index;
+    if (av_interleaved_write_frame(out, pkt.get()) < 0) return Status::internal("cannot write a packet");
+  }
+  return Status::okStatus();
+}
+
+}  // namespace
+
+Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
+  av_log_set_level(AV_LOG_FATAL);
+  AVFormatContext* raw = nullptr;
+  if (avformat_alloc_output_context2(&raw, nullptr, spec.container.c_str(), path.c_str()) < 0 || !raw)
+    return Status::internal("no " + spec.container + " writer");
+  std::unique_ptr<AVFormatContext, OutputDeleter> out(raw);
+
+  Track video, audio;
+  if (spec.video) {
+    const AVCodec* c = avcodec_find_encoder_by_name("libx264");
+    if (!c) c = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
+    if (!c) return Status::unavailable("no video encoder");
+    video.codec.reset(avcodec_alloc_context3(c));
+    video.codec->width = spec.width;
+    video.codec->height = spec.height;
+    video.codec->time_base = AVRational{1, spec.fps};
+    video.codec->framerate = AVRational{spec.fps, 1};
+    video.codec->pix_fmt = AV_PIX_FMT_YUV420P;
+    video.codec->bit_rate = spec.videoBitrate;
+    video.codec->gop_size = spec.fps;
+    if (out->oformat->flags & AVFMT_GLOBALHEADER) video.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    if (std::string(c->name) == "libx264") av_opt_set(video.codec->priv_data, "preset", "ultrafast", 0);
+    if (avcodec_open2(video.codec.get(), c, nullptr) < 0) return Status::internal("cannot open the video encoder");
+    video.stream = avformat_new_stream(out.get(), nullptr);
+    avcodec_parameters_from_context(video.stream->codecpar, video.codec.get());
+    video.stream->time_base = video.codec->time_base;
+  }
+  if (spec.audio) {
+    const AVCodec* c = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (!c) return Status::unavailable("no AAC encoder");
+    audio.codec.reset(avcodec_alloc_context3(c));
+    audio.codec->sample_rate = 44100;
+    audio.codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    av_channel_layout_default(&audio.codec->ch_layout, 1);
+    audio.codec->bit_rate = 64000;
+    audio.codec->time_base = AVRational{1, 44100};
+    if (out->oformat->flags & AVFMT_GLOBALHEADER) audio.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    if (avcodec_open2(audio.codec.get(), c, nullptr) < 0) return Status::internal("cannot open the audio encoder");
+    audio.stream = avformat_new_stream(out.get(), nullptr);
+    avcodec_parameters_from_context(audio.stream->codecpar, audio.codec.get());
+    audio.stream->time_base = audio.codec->time_base;
+  }
+  if (avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) return Status::unavailable("cannot create " + path);
+  if (avformat_write_header(out.get(), nullptr) < 0) return Status::internal("cannot write the header");
+
+  const int frames = static_cast<int>(std::lround(spec.seconds * spec.fps));
+  Frame vf(av_frame_alloc()), af(av_frame_alloc());
+  if (spec.video) {
+    vf->format = AV_PIX_FMT_YUV420P;
+    vf->width = spec.width;
+    vf->height = spec.height;
+    av_frame_get_buffer(vf.get(), 0);
+  }
+  std::int64_t samples = 0;
+  const std::int64_t totalSamples = static_cast<std::int64_t>(spec.seconds * 44100);
+  for (int i = 0; spec.video && i < frames; ++i) {
+    av_frame_make_writable(vf.get());
+    for (int y = 0; y < spec.height; ++y)
+      for (int x = 0; x < spec.width; ++x) vf->data[0][y * vf->linesize[0] + x] = static_cast<std::uint8_t>(x + y + i * 3);
+    for (int y = 0; y < spec.height / 2; ++y)
+      for (int x = 0; x < spec.width / 2; ++x) {
+        vf->data[1][y * vf->linesize[1] + x] = static_cast<std::uint8_t>(128 + y + i * 2);
+        vf->data[2][y * vf->linesize[2] + x] = static_cast<std::uint8_t>(64 + x + i * 5);
+      }
+    vf->pts = i;
+    if (Status s = drain(out.get(), video, vf.get()); !s.ok()) return s;
+    // Interleave audio up to the video's time.
+    while (spec.audio && samples < std::min(totalSamples, static_cast<std::int64_t>((i + 1) * 44100LL / spec.fps))) {
+      af->format = AV_SAMPLE_FMT_FLTP;
+      af->nb_samples = audio.codec->frame_size;
+      av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
+      af->sample_rate = 44100;
+      av_frame_get_buffer(af.get(), 0);
+      auto* data = reinterpret_cast<float*>(af->data[0]);
+      for (int k = 0; k < af->nb_samples; ++k) data[k] = 0.2f * std::sin(2 * M_PI * 440 * (samples + k) / 44100.0);
+      af->pts = samples;
+      samples += af->nb_samples;
+      if (Status s = drain(out.get(), audio, af.get()); !s.ok()) return s;
+      av_frame_unref(af.get());
+    }
+  }
+  while (!spec.video && spec.audio && samples < totalSamples) {
+    af->format = AV_SAMPLE_FMT_FLTP;
+    af->nb_samples = audio.codec->frame_size;
+    av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
+    af->sample_rate = 44100;
+    av_frame_get_buffer(af.get(), 0);
+    auto* data = reinterpret_cast<float*>(af->data[0]);
+    for (int k = 0; k < af->nb_samples; ++k) data[k] = 0.2f * std::sin(2 * M_PI * 440 * (samples + k) / 44100.0);
+    af->pts = samples;
+    samples += af->nb_samples;
+    if (Status s = drain(out.get(), audio, af.get()); !s.ok()) return s;
+    av_frame_unref(af.get());
+  }
+  if (spec.video) drain(out.get(), video, nullptr);
+  if (spec.audio) drain(out.get(), audio, nullptr);
+  if (av_write_trailer(out.get()) < 0) return Status::internal("cannot finish " + path);
+  return Status::okStatus();
+}
+
+}  // namespace velqor

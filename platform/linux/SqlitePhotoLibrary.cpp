@@ -1,0 +1,447 @@
+#include "platform/linux/SqlitePhotoLibrary.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <random>
+
+#include "host/FileBytes.h"
+#include "host/UniqueFd.h"
+#include "platform/linux/ExifOrientation.h"
+
+namespace velqor {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kErrorDomain = "PHPhotosErrorDomain";
+
+struct StatementDeleter {
+  void operator()(sqlite3_stmt* s) const noexcept { sqlite3_finalize(s); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
+
+std::string newUuid() {
+  thread_local std::mt19937_64 rng(std::random_device{}() ^
+                                   static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
+  std::uint64_t a = rng(), b = rng();
+  a = (a & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
+  b = (b & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;  // variant
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%08X-%04X-%04X-%04X-%012llX", static_cast<unsigned>(a >> 32),
+                static_cast<unsigned>((a >> 16) & 0xFFFF), static_cast<unsigned>(a & 0xFFFF),
+                static_cast<unsigned>(b >> 48), static_cast<unsigned long long>(b & 0xFFFFFFFFFFFFull));
+  return buf;
+}
+
+std::string extensionFor(const Bytes& b) {
+  if (b.size() >= 3 && b[0] == 0xFF && b[1] == 0xD8 && b[2] == 0xFF) return "JPG";
+  if (b.size() >= 8 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G') return "PNG";
+  if (b.size() >= 12 && std::memcmp(b.data() + 4, "ftyp", 4) == 0) {
+    std::string brand(reinterpret_cast<const char*>(b.data() + 8), 4);
+    if (brand == "qt  ") return "MOV";
+    if (brand == "heic" || brand == "heix" || brand == "mif1") return "HEIC";
+    return "MP4";
+  }
+  return "DAT";
+}
+
+bool isVideoExtension(const std::string& ext) { return ext == "MOV" || ext == "MP4" || ext == "M4V"; }
+
+std::string utiFor(const std::string& ext) {
+  if (ext == "JPG") return "public.jpeg";
+  if (ext == "PNG") return "public.png";
+  if (ext == "HEIC") return "public.heic";
+  if (ext == "MOV") return "com.apple.quicktime-movie";
+  return "public.mpeg-4";
+}
+
+Status fsyncPath(const std::string& path, bool directory) {
+  UniqueFd fd(::open(path.c_str(), (directory ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC));
+  if (!fd.valid() || ::fsync(fd.get()) != 0) return Status::unavailable("cannot flush " + path + ": " + std::strerror(errno));
+  return Status::okStatus();
+}
+
+Status writeDurably(const std::string& path, std::span<const std::uint8_t> bytes) {
+  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!fd.valid()) return Status::unavailable("cannot write " + path + ": " + std::strerror(errno));
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = ::write(fd.get(), bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      int err = errno;
+      ::unlink(path.c_str());
+      return Status::unavailable(std::string(err == ENOSPC ? "the disk is full" : std::strerror(err)) +
+                                 " while saving to the photo library");
+    }
+    done += static_cast<size_t>(n);
+  }
+  if (::fsync(fd.get()) != 0) {
+    ::unlink(path.c_str());
+    return Status::unavailable("cannot flush " + path + ": " + std::strerror(errno));
+  }
+  return Status::okStatus();
+}
+
+// Holds the library's lock file: shared while saving, exclusive while repairing.
+class LibraryLock {
+ public:
+  LibraryLock(const std::string& dir, bool exclusive) : fd_(::open((dir + "/library.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+    if (fd_.valid()) {
+      while (::flock(fd_.get(), exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
+      }
+    }
+  }
+
+ private:
+  UniqueFd fd_;
+};
+
+class LibraryAsset final : public Asset {
+ public:
+  explicit LibraryAsset(AssetRecord r) : record_(std::move(r)) {}
+  const std::string& localIdentifier() const override { return record_.localIdentifier; }
+  bool isVideo() const override { return record_.video; }
+  const std::string& extension() const override { return record_.extension; }
+  Url referenceUrl() const override { return record_.referenceUrl(); }
+  std::string filePath() const override { return record_.file; }
+  const AssetRecord& record() const { return record_; }
+
+ private:
+  AssetRecord record_;
+};
+
+class CreationRequest final : public AssetCreationRequest {
+ public:
+  void addResource(std::int64_t type, std::shared_ptr<const Bytes> data) override {
+    if (!data) return;
+    if (uuid.empty()) uuid = newUuid();
+    resources.emplace_back(std::move(data), type == resourceTypeVideo);
+  }
+  std::optional<std::string> placeholderLocalIdentifier() const override {
+    if (uuid.empty()) return std::nullopt;
+    return uuid + "/L0/001";
+  }
+  std::string uuid;
+  std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources;
+};
+
+class ChangeRequests final : public AssetChangeRequests {
+ public:
+  AssetCreationRequest& creationRequestForAsset() override {
+    requests.push_back(std::make_unique<CreationRequest>());
+    return *requests.back();
+  }
+  std::vector<std::unique_ptr<CreationRequest>> requests;
+};
+
+AssetRecord recordFrom(sqlite3_stmt* s, const std::string& dir) {
+  AssetRecord r;
+  r.localIdentifier = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+  r.uuid = reinterpret_cast<const char*>(sqlite3_column_text(s, 1));
+  r.extension = reinterpret_cast<const char*>(sqlite3_column_text(s, 2));
+  r.video = sqlite3_column_int(s, 3) != 0;
+  r.size = sqlite3_column_int64(s, 4);
+  r.created = sqlite3_column_double(s, 5);
+  r.file = dir + "/assets/" + r.uuid + "." + r.extension;
+  return r;
+}
+
+constexpr const char* kSelect = "SELECT local_id, uuid, ext, video, size, created FROM assets";
+
+}  // namespace
+
+Url AssetRecord::referenceUrl() const {
+  return *Url::fromString("assets-library://asset/asset." + extension + "?id=" + uuid + "&ext=" + extension);
+}
+
+std::string SqlitePhotoLibrary::defaultPath() {
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (state && *state == '/') return std::string(state) + "/velqor-camera/library";
+  const char* home = std::getenv("HOME");
+  return std::string(home && *home ? home : "/root") + "/.local/state/velqor-camera/library";
+}
+
+SqlitePhotoLibrary::SqlitePhotoLibrary(std::string directory)
+    : directory_(std::move(directory)), queue_(std::make_unique<ThreadPool>(1, "photo-library")) {}
+
+SqlitePhotoLibrary::~SqlitePhotoLibrary() {
+  queue_.reset();  // runs what is queued, then joins
+  if (db_) sqlite3_close(db_);
+}
+
+StatusOr<std::shared_ptr<SqlitePhotoLibrary>> SqlitePhotoLibrary::open(const std::string& directory) {
+  std::error_code ec;
+  fs::create_directories(directory + "/assets", ec);
+  if (ec) return Status::unavailable("cannot create the photo library at " + directory + ": " + ec.message());
+  fs::create_directories(directory + "/staging", ec);
+  if (ec) return Status::unavailable("cannot create the photo library at " + directory + ": " + ec.message());
+  std::shared_ptr<SqlitePhotoLibrary> lib(new SqlitePhotoLibrary(fs::absolute(directory).lexically_normal().string()));
+  RETURN_IF_ERROR(lib->openDatabase());
+  RETURN_IF_ERROR(lib->recover());
+  return lib;
+}
+
+Status SqlitePhotoLibrary::openDatabase() {
+  const std::string path = directory_ + "/library.sqlite";
+  if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr) !=
+      SQLITE_OK)
+    return Status::unavailable("cannot open the photo library index " + path + ": " +
+                               (db_ ? sqlite3_errmsg(db_) : "out of memory"));
+  sqlite3_busy_timeout(db_, 10000);
+  char* err = nullptr;
+  const char* schema =
+      "PRAGMA journal_mode=WAL;"
+      "PRAGMA synchronous=FULL;"
+      "CREATE TABLE IF NOT EXISTS assets (local_id TEXT PRIMARY KEY, uuid TEXT UNIQUE NOT NULL, ext TEXT NOT NULL,"
+      " video INTEGER NOT NULL, size INTEGER NOT NULL, created REAL NOT NULL);";
+  if (sqlite3_exec(db_, schema, nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string message = err ? err : "unknown error";
+    sqlite3_free(err);
+    return Status::dataLoss("the photo library index " + path + " is unusable: " + message);
+  }
+  return Status::okStatus();
+}
+
+Status SqlitePhotoLibrary::recover() {
+  LibraryLock lock(directory_, /*exclusive=*/true);
+  std::lock_guard guard(dbMutex_);
+  std::error_code ec;
+  for (auto it = fs::directory_iterator(directory_ + "/staging", ec); !ec && it != fs::directory_iterator();
+       it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    const std::string uuid = name.substr(0, name.find('.'));
+    Statement s;
+    sqlite3_stmt* raw = nullptr;
+    sqlite3_prepare_v2(db_, "SELECT 1 FROM assets WHERE uuid = ?", -1, &raw, nullptr);
+    s.reset(raw);
+    sqlite3_bind_text(raw, 1, uuid.c_str(), -1, SQLITE_TRANSIENT);
+    const bool committed = sqlite3_step(raw) == SQLITE_ROW;
+    const std::string final = directory_ + "/assets/" + name;
+    if (committed && !fs::exists(final, ec)) {
+      fs::rename(it->path(), final, ec);
+      ++recovery_.finished;
+    } else {
+      fs::remove(it->path(), ec);
+      ++recovery_.discarded;
+    }
+  }
+  fsyncPath(directory_ + "/assets", true);
+  auto rows = [&]() -> std::vector<AssetRecord> {
+    std::vector<AssetRecord> out;
+    sqlite3_stmt* raw = nullptr;
+    sqlite3_prepare_v2(db_, kSelect, -1, &raw, nullptr);
+    Statement s(raw);
+    while (raw && sqlite3_step(raw) == SQLITE_ROW) out.push_back(recordFrom(raw, directory_));
+    return out;
+  }();
+  for (const auto& r : rows) {
+    if (fs::exists(r.file, ec)) continue;
+    sqlite3_stmt* raw = nullptr;
+    sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
+    Statement s(raw);
+    sqlite3_bind_text(raw, 1, r.uuid.c_str(), -1, SQLITE_TRANSIENT);
+    sqlite3_step(raw);
+    ++recovery_.dropped;
+  }
+  return Status::okStatus();
+}
+
+StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
+    std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources, std::vector<std::string> uuids) {
+  LibraryLock lock(directory_, /*exclusive=*/false);
+  std::vector<AssetRecord> records;
+  std::vector<std::string> staged;
+  auto discardStaged = [&] {
+    std::error_code ec;
+    for (const auto& p : staged) fs::remove(p, ec);
+  };
+  const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  for (size_t i = 0; i < resources.size(); ++i) {
+    AssetRecord r;
+    r.uuid = uuids[i];
+    r.localIdentifier = r.uuid + "/L0/001";
+    r.extension = extensionFor(*resources[i].first);
+    r.video = resources[i].second || isVideoExtension(r.extension);
+    r.size = static_cast<std::int64_t>(resources[i].first->size());
+    r.created = now;
+    r.file = directory_ + "/assets/" + r.uuid + "." + r.extension;
+    const std::string staging = directory_ + "/staging/" + r.uuid + "." + r.extension;
+    if (Status s = writeDurably(staging, *resources[i].first); !s.ok()) {
+      discardStaged();
+      return s;
+    }
+    staged.push_back(staging);
+    records.push_back(r);
+  }
+  {
+    std::lock_guard guard(dbMutex_);
+    char* err = nullptr;
+    if (sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, &err) != SQLITE_OK) {
+      std::string m = err ? err : "busy";
+      sqlite3_free(err);
+      discardStaged();
+      return Status::unavailable("the photo library index is not writable: " + m);
+    }
+    for (const auto& r : records) {
+      sqlite3_stmt* raw = nullptr;
+      sqlite3_prepare_v2(db_, "INSERT INTO assets VALUES (?, ?, ?, ?, ?, ?)", -1, &raw, nullptr);
+      Statement s(raw);
+      sqlite3_bind_text(raw, 1, r.localIdentifier.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_text(raw, 2, r.uuid.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_text(raw, 3, r.extension.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_bind_int(raw, 4, r.video ? 1 : 0);
+      sqlite3_bind_int64(raw, 5, r.size);
+      sqlite3_bind_double(raw, 6, r.created);
+      if (!raw || sqlite3_step(raw) != SQLITE_DONE) {
+        std::string m = sqlite3_errmsg(db_);
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        discardStaged();
+        return Status::unavailable("cannot save to the photo library: " + m);
+      }
+    }
+    if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, &err) != SQLITE_OK) {
+      std::string m = err ? err : "commit failed";
+      sqlite3_free(err);
+      sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+      discardStaged();
+      return Status::unavailable("cannot save to the photo library: " + m);
+    }
+  }
+  // Committed: the rows stand. A crash from here on is finished by recover().
+  for (size_t i = 0; i < records.size(); ++i) ::rename(staged[i].c_str(), records[i].file.c_str());
+  fsyncPath(directory_ + "/assets", true);
+  return records;
+}
+
+void SqlitePhotoLibrary::performChanges(ChangeBlock block, ChangeDone done) {
+  auto self = shared_from_this();
+  queue_->post([self, block = std::move(block), done = std::move(done)]() mutable {
+    ChangeRequests requests;
+    block(requests);
+    std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources;
+    std::vector<std::string> uuids;
+    for (const auto& r : requests.requests)
+      for (const auto& res : r->resources) {
+        resources.push_back(res);
+        uuids.push_back(r->uuid);
+      }
+    if (resources.empty()) {
+      // Nothing to create: the change reports no success, and no error.
+      done(false, std::nullopt);
+      return;
+    }
+    auto saved = self->commit(std::move(resources), std::move(uuids));
+    if (!saved.ok()) {
+      done(false, PlatformError{kErrorDomain, 3300, saved.status().message()});
+      return;
+    }
+    done(true, std::nullopt);
+  });
+}
+
+std::shared_ptr<Asset> SqlitePhotoLibrary::makeAsset(const AssetRecord& record) {
+  return std::make_shared<LibraryAsset>(record);
+}
+
+std::vector<std::shared_ptr<Asset>> SqlitePhotoLibrary::fetchAssetsWithALAssetURLs(const std::vector<Url>& urls) {
+  std::vector<std::shared_ptr<Asset>> out;
+  for (const auto& url : urls) {
+    const std::string& s = url.absoluteString();
+    if (s.rfind("assets-library://", 0) != 0) continue;
+    size_t id = s.find("id=");
+    if (id == std::string::npos) continue;
+    std::string uuid = s.substr(id + 3, s.find('&', id) == std::string::npos ? std::string::npos : s.find('&', id) - id - 3);
+    if (auto a = asset(uuid); a.ok()) out.push_back(*a);
+  }
+  return out;
+}
+
+StatusOr<std::shared_ptr<Asset>> SqlitePhotoLibrary::asset(const std::string& idOrUuid) {
+  std::string uuid = idOrUuid.substr(0, idOrUuid.find('/'));
+  std::lock_guard guard(dbMutex_);
+  sqlite3_stmt* raw = nullptr;
+  sqlite3_prepare_v2(db_, (std::string(kSelect) + " WHERE uuid = ?").c_str(), -1, &raw, nullptr);
+  Statement s(raw);
+  if (!raw) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
+  sqlite3_bind_text(raw, 1, uuid.c_str(), -1, SQLITE_TRANSIENT);
+  if (sqlite3_step(raw) != SQLITE_ROW) return Status::notFound("no asset " + idOrUuid + " in the photo library");
+  return makeAsset(recordFrom(raw, directory_));
+}
+
+void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<Asset>& asset,
+                                                        const std::optional<Dictionary>&, ImageDataHandler handler) {
+  auto self = shared_from_this();
+  queue_->post([self, asset, handler = std::move(handler)]() mutable {
+    ImageDataResult result;
+    result.info = Dictionary{};
+    auto local = std::dynamic_pointer_cast<LibraryAsset>(asset);
+    if (local && !local->isVideo()) {
+      if (auto bytes = FileBytes::read(local->record().file, 1ull << 31); bytes.ok()) {
+        result.dataUTI = utiFor(local->extension());
+        result.orientation = ExifOrientation::read(*bytes);
+        result.data = std::make_shared<const Bytes>(std::move(*bytes));
+      } else {
+        (*result.info)["PHImageErrorKey"] = Value(bytes.status().message());
+      }
+    }
+    handler(std::move(result));
+  });
+}
+
+void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& path) {
+  // Read now, so the caller may delete the movie as soon as this returns.
+  auto bytes = FileBytes::read(path, 1ull << 34);
+  if (!bytes.ok()) return;
+  auto data = std::make_shared<const Bytes>(std::move(*bytes));
+  performChanges([data](AssetChangeRequests& r) {
+    r.creationRequestForAsset().addResource(AssetCreationRequest::resourceTypeVideo, data);
+  }, [](bool, std::optional<PlatformError>) {});
+}
+
+StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::list() {
+  std::lock_guard guard(dbMutex_);
+  sqlite3_stmt* raw = nullptr;
+  sqlite3_prepare_v2(db_, (std::string(kSelect) + " ORDER BY created, uuid").c_str(), -1, &raw, nullptr);
+  Statement s(raw);
+  if (!raw) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
+  std::vector<AssetRecord> out;
+  while (sqlite3_step(raw) == SQLITE_ROW) out.push_back(recordFrom(raw, directory_));
+  return out;
+}
+
+StatusOr<AssetRecord> SqlitePhotoLibrary::importFile(const std::string& path) {
+  ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(path, 1ull << 34));
+  auto data = std::make_shared<const Bytes>(std::move(bytes));
+  const bool video = isVideoExtension(extensionFor(*data));
+  ASSIGN_OR_RETURN(auto records, commit({{data, video}}, {newUuid()}));
+  return records.front();
+}
+
+Status SqlitePhotoLibrary::remove(const std::string& localIdentifier) {
+  ASSIGN_OR_RETURN(auto a, asset(localIdentifier));
+  auto local = std::static_pointer_cast<LibraryAsset>(a);
+  {
+    std::lock_guard guard(dbMutex_);
+    sqlite3_stmt* raw = nullptr;
+    sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
+    Statement s(raw);
+    sqlite3_bind_text(raw, 1, local->record().uuid.c_str(), -1, SQLITE_TRANSIENT);
+    if (sqlite3_step(raw) != SQLITE_DONE) return Status::unavailable(std::string("cannot remove: ") + sqlite3_errmsg(db_));
+  }
+  std::error_code ec;
+  fs::remove(local->record().file, ec);
+  return Status::okStatus();
+}
+
+void SqlitePhotoLibrary::drain() { queue_->waitIdle(); }
+
+}  // namespace velqor

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/StatusOr.h"
+#include "host/ThreadPool.h"
+#include "platform/PhotoLibrary.h"
+
+struct sqlite3;
+
+namespace velqor {
+
+// One row of the library's index.
+struct AssetRecord {
+  std::string localIdentifier;  // "UUID/L0/001"
+  std::string uuid;
+  std::string extension;        // "JPG", "PNG", "MOV", "MP4"
+  bool video = false;
+  std::int64_t size = 0;
+  double created = 0;           // seconds since the epoch
+  std::string file;             // absolute path of the asset's bytes
+  Url referenceUrl() const;
+};
+
+// A real photo library: asset files in a directory plus an index in SQLite
+// (WAL mode, one transaction per change block).
+//
+// Saving is crash-safe: bytes go to a staging file that is flushed to disk,
+// then the row is committed, then the file is renamed into place and the
+// directory flushed; only then is the save reported. Opening the library
+// finishes a rename a crash interrupted, and discards staging files that no
+// committed row claims, so no half entry ever shows up. Several processes may
+// use one directory: SQLite serializes the transactions.
+//
+// Threads: callable from any thread. Change blocks and completions run on the
+// library's own queue thread.
+class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_from_this<SqlitePhotoLibrary> {
+ public:
+  static StatusOr<std::shared_ptr<SqlitePhotoLibrary>> open(const std::string& directory);
+  // $XDG_STATE_HOME/velqor-camera/library, beside (never inside) the temporary directory.
+  static std::string defaultPath();
+  ~SqlitePhotoLibrary() override;
+
+  void performChanges(ChangeBlock block, ChangeDone done) override;
+  std::vector<std::shared_ptr<Asset>> fetchAssetsWithALAssetURLs(const std::vector<Url>& urls) override;
+  void requestImageDataAndOrientation(const std::shared_ptr<Asset>& asset, const std::optional<Dictionary>& options,
+                                      ImageDataHandler handler) override;
+  void saveVideoAtPathToSavedPhotosAlbum(const std::string& path) override;
+
+  // Administration, synchronous.
+  StatusOr<std::vector<AssetRecord>> list();
+  StatusOr<AssetRecord> importFile(const std::string& path);
+  StatusOr<std::shared_ptr<Asset>> asset(const std::string& localIdentifierOrUuid);
+  Status remove(const std::string& localIdentifier);
+  // Waits until every queued change has run.
+  void drain();
+  bool idle() const { return queue_->idle(); }
+
+  const std::string& directory() const { return directory_; }
+  // What opening found and repaired: renames finished, leftovers discarded, rows dropped.
+  struct Recovery {
+    int finished = 0, discarded = 0, dropped = 0;
+  };
+  const Recovery& recovery() const { return recovery_; }
+
+ private:
+  explicit SqlitePhotoLibrary(std::string directory);
+  Status openDatabase();
+  Status recover();
+  StatusOr<std::vector<AssetRecord>> commit(std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources,
+                                            std::vector<std::string> uuids);
+  std::shared_ptr<Asset> makeAsset(const AssetRecord& record);
+
+  std::string directory_;
+  std::mutex dbMutex_;
+  sqlite3* db_ = nullptr;
+  Recovery recovery_;
+  std::unique_ptr<ThreadPool> queue_;
+};
+
+}  // namespace velqor

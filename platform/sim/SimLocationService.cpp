@@ -1,0 +1,88 @@
+#include "platform/sim/SimLocationService.h"
+
+namespace velqor {
+namespace {
+
+class SimLocationManager final : public LocationManager {
+ public:
+  explicit SimLocationManager(std::shared_ptr<SimLocationService> service) : service_(std::move(service)) {}
+
+  void setDesiredAccuracy(double metres) override {
+    std::lock_guard lock(mutex_);
+    accuracy_ = metres;
+  }
+  void setDelegate(const std::shared_ptr<LocationManagerDelegate>& delegate) override {
+    std::lock_guard lock(mutex_);
+    delegate_ = delegate;
+  }
+  void performSelectorAfterDelay(const std::string& selector, double) override {
+    if (selector == "requestWhenInUseAuthorization") service_->requestedAuthorization();
+  }
+  void startUpdatingLocation() override {
+    {
+      std::lock_guard lock(mutex_);
+      if (updating_) return;
+      updating_ = true;
+    }
+    service_->started(shared_from_this());
+  }
+  void stopUpdatingLocation() override {
+    std::lock_guard lock(mutex_);
+    updating_ = false;
+  }
+  std::optional<LocationFix> location() override {
+    std::lock_guard lock(mutex_);
+    return current_;
+  }
+
+  // Delivers one fix if still updating: the fix becomes current, then the
+  // delegate hears of it.
+  void deliver(const LocationFix& fix) {
+    std::shared_ptr<LocationManagerDelegate> delegate;
+    {
+      std::lock_guard lock(mutex_);
+      if (!updating_) return;
+      current_ = fix;
+      delegate = delegate_.lock();
+    }
+    if (delegate) delegate->locationManagerDidUpdateLocations(shared_from_this(), {fix});
+  }
+
+ private:
+  std::shared_ptr<SimLocationService> service_;
+  std::mutex mutex_;
+  double accuracy_ = 0;
+  bool updating_ = false;
+  std::weak_ptr<LocationManagerDelegate> delegate_;
+  std::optional<LocationFix> current_;
+};
+
+}  // namespace
+
+SimLocationService::SimLocationService(std::vector<LocationFix> fixes, std::shared_ptr<Executor> delivery,
+                                       std::shared_ptr<SimEventLog> events)
+    : fixes_(std::move(fixes)), delivery_(std::move(delivery)), events_(std::move(events)) {}
+
+std::shared_ptr<LocationManager> SimLocationService::makeManager() {
+  return std::make_shared<SimLocationManager>(shared_from_this());
+}
+
+void SimLocationService::started(const std::shared_ptr<LocationManager>& manager) {
+  ++started_;
+  if (events_) events_->record({{"event", "locationStarted"}});
+  auto sim = std::static_pointer_cast<SimLocationManager>(manager);
+  for (const auto& fix : fixes_) {
+    delivery_->post([sim, fix, events = events_] {
+      if (events) events->record({{"event", "locationFix"}, {"latitude", fix.latitude}, {"longitude", fix.longitude}});
+      sim->deliver(fix);
+    });
+  }
+}
+
+std::string SimLocationService::waitingReason() {
+  if (started_.load() == 0) return {};
+  if (fixes_.empty()) return "the photo waits for a location fix that never comes (give --location LAT,LON[,ALT])";
+  return {};
+}
+
+}  // namespace velqor

@@ -1,0 +1,87 @@
+#include "platform/sim/SimPickerMedia.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+
+#include "host/FileBytes.h"
+#include "platform/PickerInfoKeys.h"
+#include "platform/PickerTypes.h"
+
+namespace velqor {
+namespace {
+
+constexpr std::uint64_t kMaxMedia = 1ull << 34;
+
+// The picker records into a file of its own: "trim.<id>.MOV" in the temporary directory.
+StatusOr<Url> pickerMovieCopy(const Bytes& movie, const std::string& temporaryDirectory) {
+  std::mt19937_64 rng(std::random_device{}());
+  char id[32];
+  std::snprintf(id, sizeof id, "%016llX", static_cast<unsigned long long>(rng()));
+  std::string dir = temporaryDirectory;
+  if (dir.empty() || dir.back() != '/') dir.push_back('/');
+  const std::string path = dir + "trim." + id + ".MOV";
+  RETURN_IF_ERROR(FileBytes::writeAtomically(path, movie));
+  return Url::fileUrlWithPath(path);
+}
+
+StatusOr<std::shared_ptr<PlatformImage>> edited(const PlatformImage& original, const std::array<double, 4>& rect) {
+  // Cropped from the upright picture; the edited image stands upright itself.
+  auto upright = original.drawn(displayTransform(original.imageOrientation()), static_cast<int>(original.size().width),
+                                static_cast<int>(original.size().height), ImageOrientation::up);
+  auto pixels = upright->cgImage();
+  if (!pixels) return Status::dataLoss("cannot decode the photo to edit it");
+  const int x = std::clamp(static_cast<int>(std::lround(rect[0])), 0, pixels->width - 1);
+  const int y = std::clamp(static_cast<int>(std::lround(rect[1])), 0, pixels->height - 1);
+  const int w = std::clamp(static_cast<int>(std::lround(rect[2])), 1, pixels->width - x);
+  const int h = std::clamp(static_cast<int>(std::lround(rect[3])), 1, pixels->height - y);
+  Bitmap crop(w, h, pixels->channels);
+  for (int row = 0; row < h; ++row)
+    std::copy_n(pixels->row(y + row) + static_cast<size_t>(x) * pixels->channels, crop.stride(), crop.row(row));
+  return PlatformImage::fromBitmap(std::move(crop));
+}
+
+}  // namespace
+
+StatusOr<Dictionary> SimPickerMedia::info(const SimPickerChoice& choice, ImageCodec& codec, PhotoLibrary* library,
+                                          const std::string& temporaryDirectory) {
+  Dictionary info;
+  std::string file = choice.file;
+  bool video = choice.kind == SimPickerChoice::Kind::video;
+  const bool pick = choice.kind == SimPickerChoice::Kind::pick;
+  if (pick) {
+    if (!library) return Status::unavailable("there is no photo library to pick from");
+    const std::string uuid = choice.asset.substr(0, choice.asset.find('/'));
+    auto found = library->fetchAssetsWithALAssetURLs({*Url::fromString("assets-library://asset/asset.JPG?id=" + uuid)});
+    if (found.empty()) return Status::notFound("no asset " + choice.asset + " in the photo library");
+    const auto& asset = found.front();
+    info[PickerInfoKey::phAsset] = Value(std::shared_ptr<PlatformObject>(asset));
+    info[PickerInfoKey::referenceURL] = Value(asset->referenceUrl());
+    video = asset->isVideo();
+    file = asset->filePath();
+  }
+  ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(file, kMaxMedia));
+  if (video) {
+    ASSIGN_OR_RETURN(Url movie, pickerMovieCopy(bytes, temporaryDirectory));
+    info[PickerInfoKey::mediaType] = Value(kUTTypeMovie);
+    info[PickerInfoKey::mediaURL] = Value(movie);
+    return info;
+  }
+  auto shared = std::make_shared<const Bytes>(std::move(bytes));
+  if (Status why = codec.probe(*shared); !why.ok()) return Status::invalidArgument(file + ": " + why.message());
+  auto image = codec.imageWithData(shared);
+  if (!image) return Status::invalidArgument(file + ": cannot decode the image");
+  info[PickerInfoKey::mediaType] = Value(kUTTypeImage);
+  info[PickerInfoKey::originalImage] = Value(std::shared_ptr<PlatformObject>(image));
+  if (!pick)
+    if (auto properties = codec.imageProperties(*shared)) info[PickerInfoKey::mediaMetadata] = Value(*properties);
+  if (choice.edit) {
+    ASSIGN_OR_RETURN(auto crop, edited(*image, *choice.edit));
+    info[PickerInfoKey::editedImage] = Value(std::shared_ptr<PlatformObject>(crop));
+    info[PickerInfoKey::cropRect] = Value(Array{(*choice.edit)[0], (*choice.edit)[1], (*choice.edit)[2], (*choice.edit)[3]});
+  }
+  return info;
+}
+
+}  // namespace velqor
