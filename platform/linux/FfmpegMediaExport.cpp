@@ -163,7 +163,10 @@ class FfmpegExportSession final : public ExportSession, public std::enable_share
     }
 
     std::unique_ptr<AVPacket, PacketDeleter> pkt(av_packet_alloc());
-    const bool bounded = std::isfinite(duration_);
+    // A range that covers the whole movie copies every packet, the tail of an
+    // audio track that runs a frame past the video included.
+    const double whole = in->duration == AV_NOPTS_VALUE ? NAN : static_cast<double>(in->duration) / AV_TIME_BASE;
+    const bool bounded = std::isfinite(duration_) && !(start_ <= 0 && std::isfinite(whole) && duration_ >= whole - 1e-3);
     const double end = start_ + (bounded ? duration_ : 0);
     auto lastReport = std::chrono::steady_clock::now();
     std::int64_t copied = 0;
@@ -187,7 +190,8 @@ class FfmpegExportSession final : public ExportSession, public std::enable_share
       AVStream* s = in->streams[pkt->stream_index];
       const std::int64_t ts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
       const double seconds = ts == AV_NOPTS_VALUE ? 0 : ts * av_q2d(s->time_base);
-      if (seconds < start_ - 1e-9 || (bounded && seconds >= end - 1e-9 && duration_ > 0)) {
+      // Packets before zero (an encoder's priming) belong to a range that starts at zero.
+      if ((start_ > 0 && seconds < start_ - 1e-9) || (bounded && seconds >= end - 1e-9 && duration_ > 0)) {
         av_packet_unref(pkt.get());
         continue;
       }

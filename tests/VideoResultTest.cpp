@@ -1,0 +1,268 @@
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include <fstream>
+
+#include "host/Base64.h"
+#include "host/FileBytes.h"
+#include "platform/linux/PngCodec.h"
+#include "platform/ExportAdapter.h"
+#include "tests/MediaHarness.h"
+
+namespace velqor {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using testing::MediaHarness;
+
+// Packets per stream, by codec, of a movie; empty when it does not open.
+std::map<std::string, int> packetsByCodec(const std::string& path) {
+  std::map<std::string, int> out;
+  AVFormatContext* ctx = nullptr;
+  if (avformat_open_input(&ctx, path.c_str(), nullptr, nullptr) < 0) return out;
+  avformat_find_stream_info(ctx, nullptr);
+  AVPacket* pkt = av_packet_alloc();
+  while (av_read_frame(ctx, pkt) >= 0) {
+    out[avcodec_get_name(ctx->streams[pkt->stream_index]->codecpar->codec_id)]++;
+    av_packet_unref(pkt);
+  }
+  av_packet_free(&pkt);
+  avformat_close_input(&ctx);
+  return out;
+}
+
+// The order of an MP4's top-level boxes.
+std::vector<std::string> topLevelBoxes(const Bytes& mp4) {
+  std::vector<std::string> out;
+  for (size_t pos = 0; pos + 8 <= mp4.size();) {
+    std::uint64_t size = (std::uint64_t(mp4[pos]) << 24) | (mp4[pos + 1] << 16) | (mp4[pos + 2] << 8) | mp4[pos + 3];
+    out.emplace_back(reinterpret_cast<const char*>(&mp4[pos + 4]), 4);
+    if (size == 1 && pos + 16 <= mp4.size()) {
+      size = 0;
+      for (int i = 0; i < 8; ++i) size = (size << 8) | mp4[pos + 8 + i];
+    }
+    if (size < 8) break;
+    pos += size;
+  }
+  return out;
+}
+
+struct MovieCase {
+  const char* name;
+  MovieSpec spec;
+  const char* args;
+  bool save;
+};
+void PrintTo(const MovieCase& c, std::ostream* os) { *os << c.name; }
+
+class VideoCapture : public MediaHarness, public ::testing::WithParamInterface<MovieCase> {
+ protected:
+  std::string recordMovie(const MovieSpec& spec) {
+    std::string path = dir_.path("recorded.mov");
+    EXPECT_TRUE(SampleMovies::make(path, spec).ok());
+    return path;
+  }
+  std::vector<std::string> pickerMoviesLeft() {
+    std::vector<std::string> out;
+    for (auto& e : std::filesystem::directory_iterator(dir_.path("tmp")))
+      if (e.path().filename().string().rfind("trim.", 0) == 0) out.push_back(e.path());
+    return out;
+  }
+};
+
+TEST_P(VideoCapture, RemuxesEveryPacketIntoAFaststartMp4) {
+  const auto& c = GetParam();
+  std::string movie = recordMovie(c.spec);
+  const auto before = FileBytes::read(movie);
+  SimPickerChoice choice;
+  choice.kind = SimPickerChoice::Kind::video;
+  choice.file = movie;
+  userChooses(choice);
+  takePicture(c.args);
+  runAllMedia();
+  auto answers = answersFor();
+  ASSERT_EQ(answers.size(), 1u);
+  ASSERT_EQ(answers[0].status, CommandStatus::OK) << answers[0].toJsonLine();
+  const std::string uri = *find(payloadOf(answers[0]), "callbackURI")->asString();
+  ASSERT_THAT(uri, StartsWith("file://" + dir_.path("tmp/velqor_photo_")));
+  const std::string output = Url::fromString(uri)->path();
+  EXPECT_EQ(packetsByCodec(output), packetsByCodec(movie));
+  auto boxes = topLevelBoxes(*FileBytes::read(output));
+  auto moov = std::find(boxes.begin(), boxes.end(), "moov"), mdat = std::find(boxes.begin(), boxes.end(), "mdat");
+  ASSERT_NE(moov, boxes.end());
+  EXPECT_LT(moov, mdat) << "the index is at the front";
+  EXPECT_TRUE(pickerMoviesLeft().empty()) << "the picker's movie is deleted";
+  EXPECT_EQ(*FileBytes::read(movie), *before) << "the user's file is untouched";
+  size_t videos = 0;
+  auto rows = *library_->list();
+  for (const auto& row : rows) videos += row.video;
+  EXPECT_EQ(videos, c.save ? 1u : 0u);
+}
+
+MovieSpec spec(bool video, bool audio) {
+  MovieSpec s;
+  s.video = video;
+  s.audio = audio;
+  s.seconds = 0.5;
+  return s;
+}
+
+INSTANTIATE_TEST_SUITE_P(Movies, VideoCapture,
+                         ::testing::Values(MovieCase{"videoAndAudio", spec(true, true), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"videoOnly", spec(true, false), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"audioOnly", spec(false, true), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"savedToAlbum", spec(true, true),
+                                                     "[50, 1, 1, null, null, 0, 1, false, false, true]", true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VideoCapture, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
+  MovieSpec s = spec(true, true);
+  SimPickerChoice choice;
+  choice.kind = SimPickerChoice::Kind::video;
+  choice.file = recordMovie(s);
+  userChooses(choice);
+  takePicture("[50, 0, 1, null, null, 0, 1]", "data");
+  runAllMedia();
+  auto data = answersFor("data");
+  ASSERT_EQ(data.size(), 1u);
+  std::string uri = *find(payloadOf(data[0]), "callbackURI")->asString();
+  ASSERT_THAT(uri, StartsWith("data:video/mp4;base64,"));
+  auto decoded = base64Decode(uri.substr(22));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->substr(4, 4), "ftyp");
+
+  takePicture("[50, 2, 1, null, null, 0, 1]", "native");
+  runAllMedia();
+  auto native = answersFor("native");
+  ASSERT_EQ(native.size(), 1u);
+  EXPECT_EQ(native[0].status, CommandStatus::UNABLE_FILE_WRITE);
+  EXPECT_EQ(native[0].messageText(), "Fail take picture");
+  size_t mp4s = 0;
+  for (auto& e : std::filesystem::directory_iterator(dir_.path("tmp"))) mp4s += e.path().extension() == ".mp4";
+  EXPECT_EQ(mp4s, 2u);  // the native road's output stays
+}
+
+struct HostileMovie {
+  const char* name;
+  std::function<Bytes()> bytes;
+  const char* messagePart;
+};
+void PrintTo(const HostileMovie& c, std::ostream* os) { *os << c.name; }
+
+class HostileMovies : public MediaHarness, public ::testing::WithParamInterface<HostileMovie> {};
+
+TEST_P(HostileMovies, FailTheCaptureWithADescriptionAndWriteNothing) {
+  const std::string path = dir_.path("hostile.mov");
+  Bytes bytes = GetParam().bytes();
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  SimPickerChoice choice;
+  choice.kind = SimPickerChoice::Kind::video;
+  choice.file = path;
+  userChooses(choice);
+  takePicture("[50, 1, 1, null, null, 0, 1]");
+  runAllMedia();
+  auto answers = answersFor();
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_EQ(answers[0].status, CommandStatus::FAIL_TAKE_PICTURE);
+  EXPECT_THAT(answers[0].messageText(), HasSubstr(GetParam().messagePart));
+  for (auto& e : std::filesystem::directory_iterator(dir_.path("tmp")))
+    EXPECT_NE(e.path().extension(), ".mp4") << "nothing at the output URL";
+}
+
+Bytes truncatedMovie() {
+  testing::TestDirectory d;
+  MovieSpec s = spec(true, true);
+  SampleMovies::make(d.path("m.mov"), s);
+  Bytes b = *FileBytes::read(d.path("m.mov"));
+  b.resize(b.size() / 3);
+  return b;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, HostileMovies,
+    ::testing::Values(HostileMovie{"zeroBytes", [] { return Bytes{}; }, "could not be opened"},
+                      HostileMovie{"pngNamedMov", [] { return *PngCodec::encode(SampleImages::scene(8, 8)); },
+                                   "could not be opened"},
+                      HostileMovie{"playlistNamedMov", [] {
+                                     std::string m3u = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n/etc/passwd\n";
+                                     return Bytes(m3u.begin(), m3u.end());
+                                   }, "could not be opened"},
+                      HostileMovie{"truncated", truncatedMovie, "movie"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VideoCapture, NoMediaUrlFailsWithoutTouchingFiles) {
+  auto s = device_->state();
+  s.pickerChoice = SimDeviceState::PickerChoice::finish;
+  s.makePickerInfo = [](const ImagePickerController&) -> StatusOr<Dictionary> { return Dictionary{}; };
+  device_->setState(s);
+  takePicture("[50, 1, 1, null, null, 0, 1]");
+  runAllMedia();
+  ASSERT_EQ(answersFor().size(), 1u);
+  EXPECT_EQ(answersFor()[0].status, CommandStatus::FAIL_TAKE_PICTURE);
+  EXPECT_EQ(answersFor()[0].messageText(), "Fail take picture");
+}
+
+class FakeSession final : public ExportSession {
+ public:
+  FakeSession(std::int64_t final, std::optional<PlatformError> own) : final_(final), own_(std::move(own)) {}
+  void setOutputFileType(const std::string&) override {}
+  void setOutputURL(const Url&) override {}
+  void setTimeRange(double, double) override {}
+  void setShouldOptimizeForNetworkUse(bool) override {}
+  void exportAsynchronously(UniqueFunction<void()> completion) override {
+    status_ = final_;
+    completion();
+  }
+  void cancelExport() override {}
+  std::int64_t status() const override { return status_; }
+  std::optional<PlatformError> error() const override { return own_; }
+
+ private:
+  std::int64_t final_, status_ = unknown;
+  std::optional<PlatformError> own_;
+};
+
+struct ExportOutcomeCase {
+  const char* name;
+  std::int64_t status;
+  std::optional<PlatformError> own;
+  std::optional<PlatformError> expected;
+};
+void PrintTo(const ExportOutcomeCase& c, std::ostream* os) { *os << c.name; }
+class ExportOutcomes : public ::testing::TestWithParam<ExportOutcomeCase> {};
+
+TEST_P(ExportOutcomes, MapTheFinalStatus) {
+  const auto& c = GetParam();
+  ManualExecutor exec;
+  std::optional<Outcome<bool>> got;
+  auto run = [&]() -> Task<void> {
+    auto exporting = ExportAdapter::exportAsync(std::make_shared<FakeSession>(c.status, c.own), exec, nullptr);
+    got.emplace(co_await std::move(exporting));
+  };
+  startDetached(exec, run());
+  exec.runUntilIdle();
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->ok(), !c.expected);
+  if (c.expected) {
+    EXPECT_EQ(got->error(), *c.expected);
+  }
+}
+
+const PlatformError kOwn{"AVFoundationErrorDomain", -11800, "The operation could not be completed"};
+INSTANTIATE_TEST_SUITE_P(
+    Statuses, ExportOutcomes,
+    ::testing::Values(
+        ExportOutcomeCase{"completed", 3, std::nullopt, std::nullopt},
+        ExportOutcomeCase{"failedWithItsOwnError", 4, kOwn, kOwn},
+        ExportOutcomeCase{"failedWithoutError", 4, std::nullopt, PlatformError{"AVAssetExportSessionError", 0, "Export failed"}},
+        ExportOutcomeCase{"cancelled", 5, std::nullopt, PlatformError{"AVAssetExportSessionError", 1, "Export cancelled"}},
+        ExportOutcomeCase{"stillExporting", 2, std::nullopt,
+                          PlatformError{"AVAssetExportSessionError", 2, "Export ended with unexpected status"}},
+        ExportOutcomeCase{"unknownValue", 42, std::nullopt,
+                          PlatformError{"AVAssetExportSessionError", 2, "Export ended with unexpected status"}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velqor
