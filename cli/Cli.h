@@ -27,5 +27,6 @@ void registerSpineCommands(CLI::App& app, Registration& chosen);
 void registerDeviceCommands(CLI::App& app, Registration& chosen);
 void registerImageCommands(CLI::App& app, Registration& chosen);
 void registerMediaCommands(CLI::App& app, Registration& chosen);
+void registerLibraryCommands(CLI::App& app, Registration& chosen);
 
 }  // namespace velqor::cli

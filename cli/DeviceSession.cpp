@@ -33,6 +33,12 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");
   s->platform_ = std::make_shared<ThreadPool>(1, "platform");
   auto codec = std::make_shared<LinuxImageCodec>();
+  if (config.pickerChoice && config.pickerChoice->kind == SimPickerChoice::Kind::pick &&
+      std::filesystem::is_regular_file(config.pickerChoice->asset)) {
+    // A file given as the asset to pick is imported into the library first.
+    ASSIGN_OR_RETURN(AssetRecord imported, s->library_->importFile(config.pickerChoice->asset));
+    config.pickerChoice->asset = imported.localIdentifier;
+  }
   if (config.pickerChoice) {
     config.device.pickerChoice = SimDeviceState::PickerChoice::finish;
     config.device.makePickerInfo = [choice = *config.pickerChoice, codec, library = s->library_,

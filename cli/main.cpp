@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
   registerDeviceCommands(app, chosen);
   registerImageCommands(app, chosen);
   registerMediaCommands(app, chosen);
+  registerLibraryCommands(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -3,6 +3,12 @@
 #include <thread>
 
 #include "host/ThreadPool.h"
+#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/LinuxImageCodec.h"
+#include "platform/linux/SqlitePhotoLibrary.h"
+#include "platform/sim/SimDevice.h"
+#include "platform/sim/SimLibraryAccess.h"
+#include "platform/sim/SimLocationService.h"
 
 namespace velqor {
 
@@ -12,16 +18,33 @@ std::shared_ptr<ManualExecutor> DefaultPlatform::mainQueue() {
 }
 
 PlatformServices DefaultPlatform::services() {
-  static auto pool = std::make_shared<ThreadPool>(
-      std::max(2u, std::thread::hardware_concurrency()), "workers");
-  PlatformServices s;
-  s.mainQueue = mainQueue();
-  s.workerPool = pool;
-  s.clock = std::make_shared<SystemClock>();
-  s.locale = UserLocale::fromEnvironment();
-  auto dir = TemporaryDirectory::open(TemporaryDirectory::defaultPath());
-  if (dir.ok()) s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*dir);
-  return s;
+  // Process-wide, like the phone's own services: made once, shared by every
+  // plug-in this process creates.
+  static const PlatformServices shared = [] {
+    auto pool = std::make_shared<ThreadPool>(std::max(2u, std::thread::hardware_concurrency()), "workers");
+    auto platformQueue = std::make_shared<ThreadPool>(1, "platform");
+    auto events = std::make_shared<SimEventLog>();
+    PlatformServices s;
+    s.mainQueue = mainQueue();
+    s.workerPool = pool;
+    s.clock = std::make_shared<SystemClock>();
+    s.locale = UserLocale::fromEnvironment();
+    if (auto dir = TemporaryDirectory::open(TemporaryDirectory::defaultPath()); dir.ok())
+      s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*dir);
+    auto device = std::make_shared<SimDevice>(SimDeviceState{}, s.mainQueue, platformQueue, events);
+    s.screen = device;
+    s.pickerSources = device;
+    s.cameraAuthorization = device;
+    s.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(device);
+    s.application = device;
+    s.resourceBundles = device;
+    s.imageCodec = std::make_shared<LinuxImageCodec>();
+    s.locationService = std::make_shared<SimLocationService>(std::vector<LocationFix>{}, platformQueue, events);
+    if (auto library = SqlitePhotoLibrary::open(SqlitePhotoLibrary::defaultPath()); library.ok()) s.photoLibrary = *library;
+    s.mediaExport = std::make_shared<FfmpegMediaExport>();
+    return s;
+  }();
+  return shared;
 }
 
 }  // namespace velqor
