@@ -28,5 +28,6 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen);
 void registerImageCommands(CLI::App& app, Registration& chosen);
 void registerMediaCommands(CLI::App& app, Registration& chosen);
 void registerLibraryCommands(CLI::App& app, Registration& chosen);
+void registerScenarioCommands(CLI::App& app, Registration& chosen);
 
 }  // namespace velqor::cli

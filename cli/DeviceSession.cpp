@@ -54,6 +54,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   PlatformServices& p = s->services_;
   p.mainQueue = s->main_;
   p.workerPool = s->pool_;
+  p.completionMonitor = s->watchdog_;
   p.clock = std::make_shared<SystemClock>();
   p.locale = UserLocale::fromEnvironment();
   if (!config.language.empty()) p.locale.language = config.language;

@@ -9,6 +9,7 @@
 #include "host/ManualExecutor.h"
 #include "host/StatusOr.h"
 #include "host/ThreadPool.h"
+#include "host/Watchdog.h"
 #include "platform/linux/FfmpegMediaExport.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
@@ -47,6 +48,7 @@ class DeviceSession {
 
   HostRuntime& host() { return *host_; }
   SqlitePhotoLibrary& library() { return *library_; }
+  Watchdog& watchdog() { return *watchdog_; }
   SimLocationService& location() { return *location_; }
   SimDevice& device() { return *device_; }
   VelqorCameraPlugin& plugin() { return *plugin_; }
@@ -70,6 +72,7 @@ class DeviceSession {
   std::shared_ptr<SimLocationService> location_;
   std::shared_ptr<SqlitePhotoLibrary> library_;
   std::shared_ptr<FfmpegMediaExport> export_;
+  std::shared_ptr<Watchdog> watchdog_ = std::make_shared<Watchdog>();
   PlatformServices services_;
   std::unique_ptr<VelqorCameraPlugin> plugin_;
   std::unique_ptr<HostRuntime> host_;

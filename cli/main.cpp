@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   registerImageCommands(app, chosen);
   registerMediaCommands(app, chosen);
   registerLibraryCommands(app, chosen);
+  registerScenarioCommands(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -1,0 +1,282 @@
+#include "cli/ScenarioRunner.h"
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "capture/PictureOptions.h"
+#include "cli/DeviceSession.h"
+#include "host/FileBytes.h"
+#include "host/ValueJson.h"
+#include "platform/linux/PngCodec.h"
+#include "platform/linux/SampleImages.h"
+#include "platform/linux/SampleMovies.h"
+
+namespace velqor {
+namespace fs = std::filesystem;
+using json = nlohmann::json;
+
+namespace {
+
+StatusOr<std::int64_t> accessState(const json& v, const std::string& key) {
+  static const std::map<std::string, std::int64_t> kStates{{"notDetermined", 0}, {"restricted", 1}, {"denied", 2},
+                                                           {"authorized", 3}, {"limited", 4}};
+  if (!v.is_string() || !kStates.count(v.get<std::string>()))
+    return Status::invalidArgument(key + ": expected notDetermined, restricted, denied, authorized or limited");
+  return kStates.at(v.get<std::string>());
+}
+
+Status makeInputs(const json& inputs, const std::string& dir, std::map<std::string, std::string>& names,
+                  ScenarioResult& result) {
+  if (inputs.is_null()) return Status::okStatus();
+  if (!inputs.is_object()) return Status::invalidArgument("inputs: expected an object");
+  for (const auto& [name, spec] : inputs.items()) {
+    const std::string kind = spec.value("kind", "");
+    std::string path;
+    if (kind == "camera-jpeg") {
+      path = dir + "/" + name + ".jpg";
+      ASSIGN_OR_RETURN(Bytes b, SampleImages::cameraJpeg(spec.value("width", 1024), spec.value("height", 768),
+                                                        spec.value("orientation", 6), spec.value("quality", 92)));
+      RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
+    } else if (kind == "png") {
+      path = dir + "/" + name + ".png";
+      ASSIGN_OR_RETURN(Bytes b, PngCodec::encode(SampleImages::scene(spec.value("width", 640), spec.value("height", 480))));
+      RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
+    } else if (kind == "movie") {
+      path = dir + "/" + name + ".mov";
+      MovieSpec m;
+      m.seconds = spec.value("seconds", 1.0);
+      m.audio = spec.value("audio", true);
+      m.video = spec.value("video", true);
+      RETURN_IF_ERROR(SampleMovies::make(path, m));
+    } else if (kind == "bytes") {
+      path = dir + "/" + name + spec.value("extension", std::string(".bin"));
+      std::string text = spec.value("text", "");
+      RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size())));
+    } else {
+      return Status::invalidArgument("inputs." + name + ": kind must be camera-jpeg, png, movie or bytes");
+    }
+    names["$" + name] = path;
+    result.inputs.push_back(path);
+  }
+  return Status::okStatus();
+}
+
+std::string resolve(const json& v, const std::map<std::string, std::string>& names, const std::string& base) {
+  std::string s = v.get<std::string>();
+  if (auto it = names.find(s); it != names.end()) return it->second;
+  if (!s.empty() && s[0] != '/' && fs::exists(base + "/" + s)) return base + "/" + s;
+  return s;
+}
+
+StatusOr<DeviceConfig> deviceConfig(const json& scenario, const std::map<std::string, std::string>& names,
+                                    const std::string& base, const std::string& work) {
+  DeviceConfig c;
+  c.temporaryDirectory = work + "/tmp";
+  c.libraryDirectory = work + "/library";
+  c.device.bundlePath = DeviceSession::shippedBundle();
+  const json d = scenario.value("device", json::object());
+  if (d.contains("sources")) {
+    c.device.availableSources.clear();
+    for (const auto& s : d["sources"]) {
+      std::string n = s.get<std::string>();
+      c.device.availableSources.insert(n == "library" ? 0 : n == "camera" ? 1 : n == "album" ? 2 : std::stoll(n));
+    }
+  }
+  if (d.contains("cameraAccess")) {
+    ASSIGN_OR_RETURN(c.device.cameraAccess, accessState(d["cameraAccess"], "cameraAccess"));
+  }
+  if (d.contains("libraryAccess")) {
+    ASSIGN_OR_RETURN(c.device.libraryAccess, accessState(d["libraryAccess"], "libraryAccess"));
+  }
+  if (d.contains("libraryAnswer")) {
+    ASSIGN_OR_RETURN(c.device.libraryRequestAnswer, accessState(d["libraryAnswer"], "libraryAnswer"));
+  }
+  if (d.contains("cameraAnswer")) c.device.cameraRequestGranted = d["cameraAnswer"] == "granted";
+  c.viewController = d.value("viewController", true);
+  c.device.settingsUrlAvailable = d.value("settingsPage", true);
+  c.language = d.value("language", "en");
+  if (d.contains("bundle")) {
+    if (d["bundle"] == "none") c.device.bundlePath.reset();
+    else c.device.bundlePath = resolve(d["bundle"], names, base);
+  }
+  if (d.contains("fileUrlPrefix")) c.fileUrlPrefix = d["fileUrlPrefix"].get<std::string>();
+
+  const json u = scenario.value("user", json::object());
+  if (u.contains("tap")) c.device.alertTap = u["tap"].get<std::string>();
+  if (u.value("cancel", false)) c.device.pickerChoice = SimDeviceState::PickerChoice::cancel;
+  for (const char* kind : {"photo", "video", "pick"}) {
+    if (!u.contains(kind)) continue;
+    SimPickerChoice choice;
+    choice.kind = std::string(kind) == "photo" ? SimPickerChoice::Kind::photo
+                  : std::string(kind) == "video" ? SimPickerChoice::Kind::video
+                                                 : SimPickerChoice::Kind::pick;
+    (choice.kind == SimPickerChoice::Kind::pick ? choice.asset : choice.file) = resolve(u[kind], names, base);
+    if (u.contains("edit")) choice.edit = std::array<double, 4>{u["edit"][0], u["edit"][1], u["edit"][2], u["edit"][3]};
+    c.pickerChoice = choice;
+  }
+  for (const auto& fix : scenario.value("location", json::array())) {
+    LocationFix f;
+    f.latitude = fix.at(0);
+    f.longitude = fix.at(1);
+    if (fix.size() > 2 && fix.at(2).is_number()) f.altitude = fix.at(2);
+    f.timestamp = std::chrono::system_clock::now();
+    c.locationFixes.push_back(f);
+  }
+  return c;
+}
+
+bool matches(const json& expected, const json& actual, const std::string& where, std::vector<std::string>& diffs) {
+  if (expected.is_object() && expected.size() == 1 && actual.is_string()) {
+    const std::string s = actual.get<std::string>();
+    const std::string op = expected.begin().key();
+    const json& arg = expected.begin().value();
+    bool ok = true;
+    if (op == "prefix") ok = s.rfind(arg.get<std::string>(), 0) == 0;
+    else if (op == "suffix") ok = s.size() >= arg.get<std::string>().size() && s.compare(s.size() - arg.get<std::string>().size(), std::string::npos, arg.get<std::string>()) == 0;
+    else if (op == "contains") ok = s.find(arg.get<std::string>()) != std::string::npos;
+    else if (op == "regex") ok = std::regex_search(s, std::regex(arg.get<std::string>()));
+    else ok = false;
+    if (!ok) diffs.push_back(where + ": expected " + op + " " + arg.dump() + ", got " + actual.dump().substr(0, 200));
+    return ok;
+  }
+  if (expected.is_object() && actual.is_object()) {
+    bool ok = true;
+    for (const auto& [k, v] : expected.items()) {
+      if (!actual.contains(k)) {
+        diffs.push_back(where + "." + k + ": missing");
+        ok = false;
+      } else {
+        ok = matches(v, actual[k], where + "." + k, diffs) && ok;
+      }
+    }
+    return ok;
+  }
+  if (expected != actual) {
+    diffs.push_back(where + ": expected " + expected.dump() + ", got " + actual.dump().substr(0, 200));
+    return false;
+  }
+  return true;
+}
+
+json optionsOf(const Array& args) {
+  auto command = std::make_shared<VelqorCommand>("scenario", "takePicture", args);
+  bool before = PictureOptions::useLocationService.load();
+  CallBackManager cb(command, nullptr, std::make_shared<AnswerLog>());
+  auto o = PictureOptions::createFromTakePictureArguments(cb);
+  PictureOptions::useLocationService.store(before);  // only describing, not parsing for the plug-in
+  json j;
+  j["quality"] = o->quality;
+  j["destinationType"] = o->destinationType ? json(static_cast<int>(*o->destinationType)) : json(nullptr);
+  j["sourceType"] = o->sourceType ? json(*o->sourceType) : json(nullptr);
+  j["encodingType"] = o->encodingType ? json(static_cast<int>(*o->encodingType)) : json(nullptr);
+  j["mediaType"] = o->mediaType ? json(static_cast<int>(*o->mediaType)) : json(nullptr);
+  j["targetSize"] = o->targetSize ? json::array({o->targetSize->width, o->targetSize->height}) : json(nullptr);
+  j["allowsEditing"] = o->allowsEditing;
+  j["correctOrientation"] = o->correctOrientation;
+  j["saveToPhotoAlbum"] = o->saveToPhotoAlbum;
+  j["usesGeolocation"] = o->usesGeolocation;
+  return j;
+}
+
+}  // namespace
+
+StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std::string& workDirectory) {
+  std::ifstream in(file);
+  if (!in) return Status::notFound("cannot open scenario " + file);
+  json scenario = json::parse(in, nullptr, false);
+  if (scenario.is_discarded() || !scenario.is_object()) return Status::invalidArgument(file + ": not a JSON object");
+  ScenarioResult result;
+  result.name = scenario.value("name", fs::path(file).stem().string());
+  result.description = scenario.value("description", "");
+  const std::string work = workDirectory + "/" + fs::path(file).stem().string();
+  std::error_code ec;
+  fs::remove_all(work, ec);
+  fs::create_directories(work + "/inputs", ec);
+  std::map<std::string, std::string> names;
+  try {
+    RETURN_IF_ERROR(makeInputs(scenario.value("inputs", json()), work + "/inputs", names, result));
+    ASSIGN_OR_RETURN(DeviceConfig config, deviceConfig(scenario, names, fs::path(file).parent_path().string(), work));
+    ASSIGN_OR_RETURN(auto session, DeviceSession::create(std::move(config)));
+    session->device().events()->setListener([&](const nlohmann::ordered_json& e) { result.events.push_back(e); });
+    std::map<std::string, std::string> labels;  // callback id -> label
+    session->host().answers()->setListener([&](const Answer& a) {
+      nlohmann::ordered_json j;
+      j["command"] = a.callbackId;  // relabelled once every call has its label
+      const nlohmann::json answer = a.toJson();
+      for (const auto& [k, v] : answer.items()) j[k] = v;
+      result.answers.push_back(j);
+    });
+    std::vector<std::pair<std::string, std::string>> commands;
+    int n = 0;
+    for (const auto& step : scenario.value("steps", json::array())) {
+      const std::string call = step.value("call", "");
+      const std::string label = step.value("label", call + std::to_string(++n));
+      auto start = std::chrono::steady_clock::now();
+      nlohmann::ordered_json record{{"call", call}, {"label", label}};
+      if (call == "takePicture" || call == "cleanup") {
+        Array args;
+        if (step.contains("args")) {
+          auto parsed = argumentsFromJson(step["args"].dump());
+          if (!parsed.ok()) return Status::invalidArgument(label + ": args must be an array");
+          args = *parsed;
+        }
+        if (call == "takePicture") record["options"] = optionsOf(args);
+        auto id = session->host().callCommand(call + ":", args);
+        labels[*id] = label;
+        commands.emplace_back(*id, label);
+        session->host().runUntilAnswered(*id, std::chrono::seconds(30));
+      } else if (!session->host().hasOperation(call) && !session->host().hasOperation(call + ":")) {
+        return Status::invalidArgument(label + ": unknown call \"" + call + "\"");
+      } else {
+        session->host().callPlain(session->host().hasOperation(call) ? call : call + ":",
+                                  step.contains("arg") ? valueFromJson(step["arg"]) : Value());
+      }
+      session->host().runUntilQuiescent(std::chrono::seconds(30));
+      record["milliseconds"] =
+          std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+      result.steps.push_back(record);
+    }
+    for (auto& a : result.answers)
+      if (auto it = labels.find(a["command"].get<std::string>()); it != labels.end()) a["command"] = it->second;
+    std::vector<std::string> openLabels;
+    for (const auto& [id, label] : commands) {
+      if (session->host().answers()->isAnswered(id)) continue;
+      openLabels.push_back(label);
+      for (const auto& why : session->whyOpen()) result.open.push_back(label + ": " + why);
+    }
+    result.watchdog = session->watchdog().reports();
+    for (auto it = fs::directory_iterator(work + "/tmp", ec); !ec && it != fs::directory_iterator(); it.increment(ec))
+      result.outputs.push_back(it->path().string());
+    std::sort(result.outputs.begin(), result.outputs.end());
+
+    const json expect = scenario.value("expect", json::object());
+    if (expect.contains("answers")) {
+      const auto& want = expect["answers"];
+      if (want.size() != result.answers.size())
+        result.differences.push_back("expected " + std::to_string(want.size()) + " answers, got " +
+                                     std::to_string(result.answers.size()));
+      for (size_t i = 0; i < std::min(want.size(), result.answers.size()); ++i)
+        matches(want[i], json(result.answers[i]), "answers[" + std::to_string(i) + "]", result.differences);
+    }
+    if (expect.contains("events")) {
+      json names = json::array();
+      for (const auto& e : result.events) names.push_back(e["event"].get<std::string>());
+      matches(expect["events"], names, "events", result.differences);
+    }
+    if (expect.contains("open")) matches(expect["open"], json(openLabels), "open", result.differences);
+    if (expect.contains("outputs")) {
+      json produced = json::array();
+      for (const auto& o : result.outputs) produced.push_back(fs::path(o).extension().string());
+      matches(expect["outputs"], produced, "outputs", result.differences);
+    }
+    if (!result.watchdog.empty()) result.differences.push_back("watchdog: " + result.watchdog.front());
+  } catch (const json::exception& e) {
+    return Status::invalidArgument(file + ": " + e.what());
+  }
+  result.passed = result.differences.empty();
+  return result;
+}
+
+}  // namespace velqor
