@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo clean
+.PHONY: deps configure build test demo bench clean
 
 deps:
 	bash scripts/install-deps.sh
@@ -18,6 +18,9 @@ test: build
 
 demo: build
 	bash scripts/demo.sh $(BUILD)
+
+bench: build
+	$(BUILD)/bench/image_bench
 
 clean:
 	rm -rf $(BUILD)

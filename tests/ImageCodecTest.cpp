@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "platform/Resampler.h"
+#include "platform/linux/HeifCodec.h"
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
@@ -298,6 +299,27 @@ TEST(MetadataWrite, WorksForPngToo) {
   EXPECT_EQ(*find(*find(*read, "{TIFF}")->asDictionary(), "Model"), Value("Simulated Camera 12"));
   LinuxImageCodec codec;
   EXPECT_EQ(codec.imageWithData(shared(*written))->imageOrientation(), ImageOrientation::right);
+}
+
+}  // namespace
+}  // namespace velqor
+
+namespace velqor {
+namespace {
+
+TEST(HeifImages, DecodeUprightWhenTheSystemCanEncodeThem) {
+  auto heic = HeifCodec::encode(testing::quadrants(64, 32, 3), 90);
+  if (!heic.ok()) GTEST_SKIP() << "this libheif has no HEVC encoder to make a test file: " << heic.status();
+  LinuxImageCodec codec;
+  auto image = codec.imageWithData(std::make_shared<const Bytes>(*heic));
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->sourceTypeName(), "heif");
+  EXPECT_EQ(codec.containerType(*heic), "public.heic");
+  auto bitmap = image->cgImage();
+  ASSERT_TRUE(bitmap);
+  EXPECT_EQ(bitmap->width, 64);
+  EXPECT_TRUE(testing::near(testing::pixel(*bitmap, 4, 4), testing::kRed, 40));
+  EXPECT_TRUE(testing::near(testing::pixel(*bitmap, 59, 27), testing::kWhite, 40));
 }
 
 }  // namespace
