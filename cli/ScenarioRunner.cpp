@@ -31,28 +31,28 @@ Status makeInputs(const json& inputs, const std::string& dir, std::map<std::stri
                   ScenarioResult& result) {
   if (inputs.is_null()) return Status::okStatus();
   if (!inputs.is_object()) return Status::invalidArgument("inputs: expected an object");
-  for (const auto& [name, spec] : inputs.items()) {
-    const std::string kind = spec.value("kind", "");
+  for (const auto& [name, recipe] : inputs.items()) {
+    const std::string kind = recipe.value("kind", "");
     std::string path;
     if (kind == "camera-jpeg") {
       path = dir + "/" + name + ".jpg";
-      ASSIGN_OR_RETURN(Bytes b, SampleImages::cameraJpeg(spec.value("width", 1024), spec.value("height", 768),
-                                                        spec.value("orientation", 6), spec.value("quality", 92)));
+      ASSIGN_OR_RETURN(Bytes b, SampleImages::cameraJpeg(recipe.value("width", 1024), recipe.value("height", 768),
+                                                        recipe.value("orientation", 6), recipe.value("quality", 92)));
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
     } else if (kind == "png") {
       path = dir + "/" + name + ".png";
-      ASSIGN_OR_RETURN(Bytes b, PngCodec::encode(SampleImages::scene(spec.value("width", 640), spec.value("height", 480))));
+      ASSIGN_OR_RETURN(Bytes b, PngCodec::encode(SampleImages::scene(recipe.value("width", 640), recipe.value("height", 480))));
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
     } else if (kind == "movie") {
       path = dir + "/" + name + ".mov";
       MovieSpec m;
-      m.seconds = spec.value("seconds", 1.0);
-      m.audio = spec.value("audio", true);
-      m.video = spec.value("video", true);
+      m.seconds = recipe.value("seconds", 1.0);
+      m.audio = recipe.value("audio", true);
+      m.video = recipe.value("video", true);
       RETURN_IF_ERROR(SampleMovies::make(path, m));
     } else if (kind == "bytes") {
-      path = dir + "/" + name + spec.value("extension", std::string(".bin"));
-      std::string text = spec.value("text", "");
+      path = dir + "/" + name + recipe.value("extension", std::string(".bin"));
+      std::string text = recipe.value("text", "");
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size())));
     } else {
       return Status::invalidArgument("inputs." + name + ": kind must be camera-jpeg, png, movie or bytes");

@@ -51,7 +51,7 @@ std::vector<std::string> topLevelBoxes(const Bytes& mp4) {
 
 struct MovieCase {
   const char* name;
-  MovieSpec spec;
+  MovieSpec shape;
   const char* args;
   bool save;
 };
@@ -59,9 +59,9 @@ void PrintTo(const MovieCase& c, std::ostream* os) { *os << c.name; }
 
 class VideoCapture : public MediaHarness, public ::testing::WithParamInterface<MovieCase> {
  protected:
-  std::string recordMovie(const MovieSpec& spec) {
+  std::string recordMovie(const MovieSpec& shape) {
     std::string path = dir_.path("recorded.mov");
-    EXPECT_TRUE(SampleMovies::make(path, spec).ok());
+    EXPECT_TRUE(SampleMovies::make(path, shape).ok());
     return path;
   }
   std::vector<std::string> pickerMoviesLeft() {
@@ -74,7 +74,7 @@ class VideoCapture : public MediaHarness, public ::testing::WithParamInterface<M
 
 TEST_P(VideoCapture, RemuxesEveryPacketIntoAFaststartMp4) {
   const auto& c = GetParam();
-  std::string movie = recordMovie(c.spec);
+  std::string movie = recordMovie(c.shape);
   const auto before = FileBytes::read(movie);
   SimPickerChoice choice;
   choice.kind = SimPickerChoice::Kind::video;
@@ -101,7 +101,7 @@ TEST_P(VideoCapture, RemuxesEveryPacketIntoAFaststartMp4) {
   EXPECT_EQ(videos, c.save ? 1u : 0u);
 }
 
-MovieSpec spec(bool video, bool audio) {
+MovieSpec movieShape(bool video, bool audio) {
   MovieSpec s;
   s.video = video;
   s.audio = audio;
@@ -110,15 +110,15 @@ MovieSpec spec(bool video, bool audio) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Movies, VideoCapture,
-                         ::testing::Values(MovieCase{"videoAndAudio", spec(true, true), "[50, 1, 1, null, null, 0, 1]", false},
-                                           MovieCase{"videoOnly", spec(true, false), "[50, 1, 1, null, null, 0, 1]", false},
-                                           MovieCase{"audioOnly", spec(false, true), "[50, 1, 1, null, null, 0, 1]", false},
-                                           MovieCase{"savedToAlbum", spec(true, true),
+                         ::testing::Values(MovieCase{"videoAndAudio", movieShape(true, true), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"videoOnly", movieShape(true, false), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"audioOnly", movieShape(false, true), "[50, 1, 1, null, null, 0, 1]", false},
+                                           MovieCase{"savedToAlbum", movieShape(true, true),
                                                      "[50, 1, 1, null, null, 0, 1, false, false, true]", true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(VideoCapture, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
-  MovieSpec s = spec(true, true);
+  MovieSpec s = movieShape(true, true);
   SimPickerChoice choice;
   choice.kind = SimPickerChoice::Kind::video;
   choice.file = recordMovie(s);
@@ -173,7 +173,7 @@ TEST_P(HostileMovies, FailTheCaptureWithADescriptionAndWriteNothing) {
 
 Bytes truncatedMovie() {
   testing::TestDirectory d;
-  MovieSpec s = spec(true, true);
+  MovieSpec s = movieShape(true, true);
   SampleMovies::make(d.path("m.mov"), s);
   Bytes b = *FileBytes::read(d.path("m.mov"));
   b.resize(b.size() / 3);

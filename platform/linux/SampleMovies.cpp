@@ -52,26 +52,26 @@ Status drain(AVFormatContext* out, Track& t, AVFrame* frame) {
 
 }  // namespace
 
-Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
+Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   av_log_set_level(AV_LOG_FATAL);
   AVFormatContext* raw = nullptr;
-  if (avformat_alloc_output_context2(&raw, nullptr, spec.container.c_str(), path.c_str()) < 0 || !raw)
-    return Status::internal("no " + spec.container + " writer");
+  if (avformat_alloc_output_context2(&raw, nullptr, shape.container.c_str(), path.c_str()) < 0 || !raw)
+    return Status::internal("no " + shape.container + " writer");
   std::unique_ptr<AVFormatContext, OutputDeleter> out(raw);
 
   Track video, audio;
-  if (spec.video) {
+  if (shape.video) {
     const AVCodec* c = avcodec_find_encoder_by_name("libx264");
     if (!c) c = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
     if (!c) return Status::unavailable("no video encoder");
     video.codec.reset(avcodec_alloc_context3(c));
-    video.codec->width = spec.width;
-    video.codec->height = spec.height;
-    video.codec->time_base = AVRational{1, spec.fps};
-    video.codec->framerate = AVRational{spec.fps, 1};
+    video.codec->width = shape.width;
+    video.codec->height = shape.height;
+    video.codec->time_base = AVRational{1, shape.fps};
+    video.codec->framerate = AVRational{shape.fps, 1};
     video.codec->pix_fmt = AV_PIX_FMT_YUV420P;
-    video.codec->bit_rate = spec.videoBitrate;
-    video.codec->gop_size = spec.fps;
+    video.codec->bit_rate = shape.videoBitrate;
+    video.codec->gop_size = shape.fps;
     if (out->oformat->flags & AVFMT_GLOBALHEADER) video.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (std::string(c->name) == "libx264") av_opt_set(video.codec->priv_data, "preset", "ultrafast", 0);
     if (avcodec_open2(video.codec.get(), c, nullptr) < 0) return Status::internal("cannot open the video encoder");
@@ -79,7 +79,7 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
     avcodec_parameters_from_context(video.stream->codecpar, video.codec.get());
     video.stream->time_base = video.codec->time_base;
   }
-  if (spec.audio) {
+  if (shape.audio) {
     const AVCodec* c = avcodec_find_encoder(AV_CODEC_ID_AAC);
     if (!c) return Status::unavailable("no AAC encoder");
     audio.codec.reset(avcodec_alloc_context3(c));
@@ -97,29 +97,29 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
   if (avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) return Status::unavailable("cannot create " + path);
   if (avformat_write_header(out.get(), nullptr) < 0) return Status::internal("cannot write the header");
 
-  const int frames = static_cast<int>(std::lround(spec.seconds * spec.fps));
+  const int frames = static_cast<int>(std::lround(shape.seconds * shape.fps));
   Frame vf(av_frame_alloc()), af(av_frame_alloc());
-  if (spec.video) {
+  if (shape.video) {
     vf->format = AV_PIX_FMT_YUV420P;
-    vf->width = spec.width;
-    vf->height = spec.height;
+    vf->width = shape.width;
+    vf->height = shape.height;
     av_frame_get_buffer(vf.get(), 0);
   }
   std::int64_t samples = 0;
-  const std::int64_t totalSamples = static_cast<std::int64_t>(spec.seconds * 44100);
-  for (int i = 0; spec.video && i < frames; ++i) {
+  const std::int64_t totalSamples = static_cast<std::int64_t>(shape.seconds * 44100);
+  for (int i = 0; shape.video && i < frames; ++i) {
     av_frame_make_writable(vf.get());
-    for (int y = 0; y < spec.height; ++y)
-      for (int x = 0; x < spec.width; ++x) vf->data[0][y * vf->linesize[0] + x] = static_cast<std::uint8_t>(x + y + i * 3);
-    for (int y = 0; y < spec.height / 2; ++y)
-      for (int x = 0; x < spec.width / 2; ++x) {
+    for (int y = 0; y < shape.height; ++y)
+      for (int x = 0; x < shape.width; ++x) vf->data[0][y * vf->linesize[0] + x] = static_cast<std::uint8_t>(x + y + i * 3);
+    for (int y = 0; y < shape.height / 2; ++y)
+      for (int x = 0; x < shape.width / 2; ++x) {
         vf->data[1][y * vf->linesize[1] + x] = static_cast<std::uint8_t>(128 + y + i * 2);
         vf->data[2][y * vf->linesize[2] + x] = static_cast<std::uint8_t>(64 + x + i * 5);
       }
     vf->pts = i;
     if (Status s = drain(out.get(), video, vf.get()); !s.ok()) return s;
     // Interleave audio up to the video's time.
-    while (spec.audio && samples < std::min(totalSamples, static_cast<std::int64_t>((i + 1) * 44100LL / spec.fps))) {
+    while (shape.audio && samples < std::min(totalSamples, static_cast<std::int64_t>((i + 1) * 44100LL / shape.fps))) {
       af->format = AV_SAMPLE_FMT_FLTP;
       af->nb_samples = audio.codec->frame_size;
       av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
@@ -133,7 +133,7 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
       av_frame_unref(af.get());
     }
   }
-  while (!spec.video && spec.audio && samples < totalSamples) {
+  while (!shape.video && shape.audio && samples < totalSamples) {
     af->format = AV_SAMPLE_FMT_FLTP;
     af->nb_samples = audio.codec->frame_size;
     av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
@@ -146,8 +146,8 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& spec) {
     if (Status s = drain(out.get(), audio, af.get()); !s.ok()) return s;
     av_frame_unref(af.get());
   }
-  if (spec.video) drain(out.get(), video, nullptr);
-  if (spec.audio) drain(out.get(), audio, nullptr);
+  if (shape.video) drain(out.get(), video, nullptr);
+  if (shape.audio) drain(out.get(), audio, nullptr);
   if (av_write_trailer(out.get()) < 0) return Status::internal("cannot finish " + path);
   return Status::okStatus();
 }

@@ -19,7 +19,7 @@ struct MovieSpec {
 
 class SampleMovies {
  public:
-  static Status make(const std::string& path, const MovieSpec& spec);
+  static Status make(const std::string& path, const MovieSpec& shape);
 };
 
 }  // namespace velqor
