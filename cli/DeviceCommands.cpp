@@ -16,6 +16,7 @@ std::mutex& outputMutex() {
 void printLine(const std::string& line) {
   std::lock_guard lock(outputMutex());
   std::cout << line << std::endl;
+  std::fflush(stdout);
 }
 
 std::unique_ptr<DeviceSession> openSession(const DeviceOptions& options) {
@@ -23,7 +24,11 @@ std::unique_ptr<DeviceSession> openSession(const DeviceOptions& options) {
   if (!session.ok()) throw UsageError{session.status().message()};
   auto& s = **session;
   s.host().answers()->setListener([](const Answer& a) {
-    printLine(a.toJsonLine());
+    {
+      std::lock_guard lock(outputMutex());
+      std::cout.flush();
+      a.writeJsonLine(stdout);
+    }
     if (a.afterFinal) std::cerr << "velqor-camera: command " << a.callbackId << " was answered again after its final answer\n";
   });
   if (options.events)

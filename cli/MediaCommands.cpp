@@ -8,6 +8,7 @@
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
+#include "platform/linux/SampleMovies.h"
 
 namespace velqor::cli {
 
@@ -32,18 +33,36 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
   static std::string kind, out;
   static int width = 4032, height = 3024, orientation = 6, quality = 93;
   auto* sample = app.add_subcommand("sample", "Make a sample input with the project's own code");
-  sample->add_option("KIND", kind, "camera-jpeg (a photo with camera EXIF) or png")
+  static double seconds = 2;
+  static bool noise = false;
+  sample->add_option("KIND", kind, "camera-jpeg (a photo with camera EXIF), png, or movie (H.264/AAC in MOV)")
       ->required()
-      ->check(CLI::IsMember({"camera-jpeg", "png"}));
+      ->check(CLI::IsMember({"camera-jpeg", "png", "movie"}));
+  sample->add_option("--seconds", seconds, "Movie length (default 2)");
+  sample->add_flag("--noise", noise, "Movie of noise at the finest quantizer: large, quick to make");
   sample->add_option("--width", width, "Stored width (default 4032)");
   sample->add_option("--height", height, "Stored height (default 3024)");
   sample->add_option("--orientation", orientation, "EXIF orientation tag (default 6)");
   sample->add_option("--quality", quality, "JPEG quality (default 93)");
   sample->add_option("-o,--output", out, "Where to write it")->required();
-  sample->callback([&chosen] {
-    chosen.run = [] {
+  sample->callback([&chosen, sample] {
+    chosen.run = [sample] {
       if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > 100'000'000)
         throw UsageError{"--width and --height must be positive and at most 100 megapixels together"};
+      if (kind == "movie") {
+        MovieSpec shape;
+        shape.seconds = seconds;
+        shape.noise = noise;
+        if (sample->count("--width")) shape.width = width;
+        if (sample->count("--height")) shape.height = height;
+        if (noise) shape.audio = false;
+        if (Status s = SampleMovies::make(out, shape); !s.ok()) {
+          std::cerr << "velqor-camera: " << s.message() << "\n";
+          return kExitFailure;
+        }
+        std::cout << out << "\n";
+        return kExitOk;
+      }
       StatusOr<Bytes> bytes = kind == "png" ? PngCodec::encode(SampleImages::scene(width, height))
                                             : SampleImages::cameraJpeg(width, height, orientation, quality);
       if (!bytes.ok()) {

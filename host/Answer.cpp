@@ -1,5 +1,6 @@
 #include "host/Answer.h"
 
+#include "host/JsonStream.h"
 #include "host/ValueJson.h"
 
 namespace velqor {
@@ -20,6 +21,21 @@ nlohmann::json Answer::toJson() const {
 
 std::string Answer::toJsonLine() const {
   return toJson().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void Answer::writeJsonLine(std::FILE* out) const {
+  std::fputs(keepCallback ? "{\"keepCallback\":true,\"payload\":" : "{\"keepCallback\":false,\"payload\":", out);
+  if (auto* s = std::get_if<std::string>(&payload)) {
+    JsonStream::writeString(out, *s);
+  } else if (auto* d = std::get_if<Dictionary>(&payload)) {
+    JsonStream::write(out, Value(*d));
+  } else {
+    std::fputs("null", out);
+  }
+  std::fputs(",\"status\":", out);
+  JsonStream::writeString(out, commandStatusName(status));
+  std::fputs("}\n", out);
+  std::fflush(out);
 }
 
 std::string Answer::messageText() const {

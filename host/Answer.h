@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <variant>
@@ -24,6 +25,9 @@ struct Answer {
   // {"status": "OK" or the status name, "payload": ..., "keepCallback": bool}
   nlohmann::json toJson() const;
   std::string toJsonLine() const;
+  // The same line written straight to `out`, with its newline, without
+  // building it in memory first.
+  void writeJsonLine(std::FILE* out) const;
   // The message or the "errorMsg" entry, for diagnostics; empty when neither.
   std::string messageText() const;
 };

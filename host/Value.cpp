@@ -18,7 +18,10 @@ std::optional<double> Value::asFloat() const {
   return std::nullopt;
 }
 
-const std::string* Value::asString() const { return std::get_if<std::string>(&storage_); }
+const std::string* Value::asString() const {
+  auto* s = std::get_if<std::shared_ptr<const std::string>>(&storage_);
+  return s ? s->get() : nullptr;
+}
 
 const Bytes* Value::asBytes() const {
   auto* b = std::get_if<std::shared_ptr<const Bytes>>(&storage_);
@@ -47,7 +50,8 @@ bool operator==(const Value& a, const Value& b) {
           return true;
         } else if constexpr (std::is_same_v<T, Value::Integer> || std::is_same_v<T, Value::Float>) {
           return x.value == y.value;
-        } else if constexpr (std::is_same_v<T, std::shared_ptr<const Bytes>> ||
+        } else if constexpr (std::is_same_v<T, std::shared_ptr<const std::string>> ||
+                             std::is_same_v<T, std::shared_ptr<const Bytes>> ||
                              std::is_same_v<T, std::shared_ptr<const Dictionary>> ||
                              std::is_same_v<T, std::shared_ptr<const Array>>) {
           return *x == *y;

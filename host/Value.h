@@ -39,7 +39,9 @@ class Value {
  public:
   struct Integer { std::int64_t value; };
   struct Float { double value; };
-  using Storage = std::variant<std::monostate, bool, Integer, Float, std::string,
+  // Strings and byte buffers are shared, not copied, when a value is copied:
+  // a data URL of a large movie travels from the builder to the page once.
+  using Storage = std::variant<std::monostate, bool, Integer, Float, std::shared_ptr<const std::string>,
                                std::shared_ptr<const Bytes>, Url,
                                std::shared_ptr<const Dictionary>,
                                std::shared_ptr<const Array>,
@@ -51,8 +53,8 @@ class Value {
   Value(int i) : storage_(Integer{i}) {}
   Value(std::int64_t i) : storage_(Integer{i}) {}
   Value(double d) : storage_(Float{d}) {}
-  Value(const char* s) : storage_(std::string(s)) {}
-  Value(std::string s) : storage_(std::move(s)) {}
+  Value(const char* s) : storage_(std::make_shared<const std::string>(s)) {}
+  Value(std::string s) : storage_(std::make_shared<const std::string>(std::move(s))) {}
   Value(Bytes b) : storage_(std::make_shared<const Bytes>(std::move(b))) {}
   Value(std::shared_ptr<const Bytes> b) : storage_(std::move(b)) {}
   Value(Url u) : storage_(std::move(u)) {}

@@ -67,8 +67,8 @@ nlohmann::json valueToJson(const Value& value) {
           return x.value;
         } else if constexpr (std::is_same_v<T, Value::Float>) {
           return std::isfinite(x.value) ? json(x.value) : json(nullptr);
-        } else if constexpr (std::is_same_v<T, std::string>) {
-          return x;
+        } else if constexpr (std::is_same_v<T, std::shared_ptr<const std::string>>) {
+          return *x;
         } else if constexpr (std::is_same_v<T, std::shared_ptr<const Bytes>>) {
           return json{{"bytes", base64Encode(*x)}};
         } else if constexpr (std::is_same_v<T, Url>) {

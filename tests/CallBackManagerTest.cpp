@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "host/CallBackManager.h"
+#include "host/Base64.h"
 #include "host/ValueJson.h"
 
 namespace velqor {
@@ -60,6 +61,14 @@ TEST_P(AnswerJson, CarriesEachValueKindToThePage) {
   EXPECT_EQ(line["status"], "OK");
   EXPECT_EQ(line["keepCallback"], false);
   EXPECT_EQ(line["payload"]["callbackURI"], GetParam().expected);
+  // The streamed form, used for large answers, is the same line.
+  char* buffer = nullptr;
+  size_t size = 0;
+  std::FILE* out = ::open_memstream(&buffer, &size);
+  log->answers().at(0).writeJsonLine(out);
+  std::fclose(out);
+  EXPECT_EQ(std::string(buffer, size), log->answers().at(0).toJsonLine() + "\n");
+  std::free(buffer);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -75,7 +84,11 @@ INSTANTIATE_TEST_SUITE_P(
         JsonCase{"object", Value(std::shared_ptr<PlatformObject>(std::make_shared<PlatformThing>())),
                  nlohmann::json{{"object", "image"}}},
         JsonCase{"nested", Value(Dictionary{{"a", Value(Array{1, "b"})}}),
-                 nlohmann::json{{"a", {1, "b"}}}}),
+                 nlohmann::json{{"a", {1, "b"}}}},
+        JsonCase{"escapes", Value("quote\" back\\ nl\n tab\t ctl\x01 \xC3\xA9"),
+                 "quote\" back\\ nl\n tab\t ctl\x01 \xC3\xA9"},
+        JsonCase{"invalidUtf8", Value("caf\xE9"), "caf\xEF\xBF\xBD"},
+        JsonCase{"largeBytes", Value(Bytes(300000, 0xAB)), nlohmann::json{{"bytes", base64Encode(Bytes(300000, 0xAB))}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AnswerJsonForms, MessageAndEmptyPayloads) {

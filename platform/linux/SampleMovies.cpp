@@ -61,7 +61,7 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
 
   Track video, audio;
   if (shape.video) {
-    const AVCodec* c = avcodec_find_encoder_by_name("libx264");
+    const AVCodec* c = shape.noise ? nullptr : avcodec_find_encoder_by_name("libx264");
     if (!c) c = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
     if (!c) return Status::unavailable("no video encoder");
     video.codec.reset(avcodec_alloc_context3(c));
@@ -74,6 +74,10 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
     video.codec->gop_size = shape.fps;
     if (out->oformat->flags & AVFMT_GLOBALHEADER) video.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (std::string(c->name) == "libx264") av_opt_set(video.codec->priv_data, "preset", "ultrafast", 0);
+    if (shape.noise) {
+      video.codec->flags |= AV_CODEC_FLAG_QSCALE;
+      video.codec->global_quality = FF_QP2LAMBDA;  // quantizer 1
+    }
     if (avcodec_open2(video.codec.get(), c, nullptr) < 0) return Status::internal("cannot open the video encoder");
     video.stream = avformat_new_stream(out.get(), nullptr);
     avcodec_parameters_from_context(video.stream->codecpar, video.codec.get());
@@ -96,6 +100,9 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   }
   if (avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) return Status::unavailable("cannot create " + path);
   if (avformat_write_header(out.get(), nullptr) < 0) return Status::internal("cannot write the header");
+  if (shape.noise) {
+    if (video.codec) video.codec->flags |= AV_CODEC_FLAG_QSCALE;
+  }
 
   const int frames = static_cast<int>(std::lround(shape.seconds * shape.fps));
   Frame vf(av_frame_alloc()), af(av_frame_alloc());
@@ -109,8 +116,13 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   const std::int64_t totalSamples = static_cast<std::int64_t>(shape.seconds * 44100);
   for (int i = 0; shape.video && i < frames; ++i) {
     av_frame_make_writable(vf.get());
+    std::uint32_t seed = 2463534242u + static_cast<std::uint32_t>(i);
     for (int y = 0; y < shape.height; ++y)
-      for (int x = 0; x < shape.width; ++x) vf->data[0][y * vf->linesize[0] + x] = static_cast<std::uint8_t>(x + y + i * 3);
+      for (int x = 0; x < shape.width; ++x) {
+        seed ^= seed << 13, seed ^= seed >> 17, seed ^= seed << 5;
+        vf->data[0][y * vf->linesize[0] + x] =
+            static_cast<std::uint8_t>(shape.noise ? (seed & 0xFF) : static_cast<std::uint32_t>(x + y + i * 3));
+      }
     for (int y = 0; y < shape.height / 2; ++y)
       for (int x = 0; x < shape.width / 2; ++x) {
         vf->data[1][y * vf->linesize[1] + x] = static_cast<std::uint8_t>(128 + y + i * 2);

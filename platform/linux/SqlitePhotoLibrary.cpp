@@ -257,29 +257,38 @@ Status SqlitePhotoLibrary::recover() {
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
     std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources, std::vector<std::string> uuids) {
-  LibraryLock lock(directory_, /*exclusive=*/false);
-  std::vector<AssetRecord> records;
-  std::vector<std::string> staged;
-  auto discardStaged = [&] {
-    std::error_code ec;
-    for (const auto& p : staged) fs::remove(p, ec);
-  };
-  const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  std::vector<Staged> staged;
   for (size_t i = 0; i < resources.size(); ++i) {
-    AssetRecord r;
-    r.uuid = uuids[i];
-    r.localIdentifier = r.uuid + "/L0/001";
-    r.extension = extensionFor(*resources[i].first);
-    r.video = resources[i].second || isVideoExtension(r.extension);
-    r.size = static_cast<std::int64_t>(resources[i].first->size());
-    r.created = now;
-    r.file = directory_ + "/assets/" + r.uuid + "." + r.extension;
-    const std::string staging = directory_ + "/staging/" + r.uuid + "." + r.extension;
-    if (Status s = writeDurably(staging, *resources[i].first); !s.ok()) {
-      discardStaged();
+    const std::string ext = extensionFor(*resources[i].first);
+    const std::string path = directory_ + "/staging/" + uuids[i] + "." + ext;
+    if (Status s = writeDurably(path, *resources[i].first); !s.ok()) {
+      std::error_code ec;
+      for (const auto& st : staged) fs::remove(st.path, ec);
       return s;
     }
-    staged.push_back(staging);
+    staged.push_back({uuids[i], ext, path, static_cast<std::int64_t>(resources[i].first->size()),
+                      resources[i].second || isVideoExtension(ext)});
+  }
+  return commitStaged(std::move(staged));
+}
+
+StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<Staged> staged) {
+  LibraryLock lock(directory_, /*exclusive=*/false);
+  auto discardStaged = [&] {
+    std::error_code ec;
+    for (const auto& st : staged) fs::remove(st.path, ec);
+  };
+  const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  std::vector<AssetRecord> records;
+  for (const auto& st : staged) {
+    AssetRecord r;
+    r.uuid = st.uuid;
+    r.localIdentifier = r.uuid + "/L0/001";
+    r.extension = st.extension;
+    r.video = st.video;
+    r.size = st.size;
+    r.created = now;
+    r.file = directory_ + "/assets/" + r.uuid + "." + r.extension;
     records.push_back(r);
   }
   {
@@ -317,7 +326,7 @@ StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
     }
   }
   // Committed: the rows stand. A crash from here on is finished by recover().
-  for (size_t i = 0; i < records.size(); ++i) ::rename(staged[i].c_str(), records[i].file.c_str());
+  for (size_t i = 0; i < records.size(); ++i) ::rename(staged[i].path.c_str(), records[i].file.c_str());
   fsyncPath(directory_ + "/assets", true);
   return records;
 }
@@ -398,13 +407,21 @@ void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<As
 }
 
 void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& path) {
-  // Read now, so the caller may delete the movie as soon as this returns.
-  auto bytes = FileBytes::read(path, 1ull << 34);
-  if (!bytes.ok()) return;
-  auto data = std::make_shared<const Bytes>(std::move(*bytes));
-  performChanges([data](AssetChangeRequests& r) {
-    r.creationRequestForAsset().addResource(AssetCreationRequest::resourceTypeVideo, data);
-  }, [](bool, std::optional<PlatformError>) {});
+  // The movie is copied into staging now, on disk rather than through memory,
+  // so the caller may delete its file as soon as this returns.
+  std::error_code ec;
+  const std::string uuid = newUuid();
+  std::string ext = fs::path(path).extension().string();
+  for (auto& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  ext = ext == ".MP4" || ext == ".M4V" ? ext.substr(1) : "MOV";
+  const std::string staging = directory_ + "/staging/" + uuid + "." + ext;
+  if (!fs::copy_file(path, staging, fs::copy_options::none, ec) || !fsyncPath(staging, false).ok()) {
+    fs::remove(staging, ec);
+    return;
+  }
+  const auto size = static_cast<std::int64_t>(fs::file_size(staging, ec));
+  auto self = shared_from_this();
+  queue_->post([self, uuid, ext, staging, size] { self->commitStaged({{uuid, ext, staging, size, true}}); });
 }
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::list() {

@@ -70,8 +70,15 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   explicit SqlitePhotoLibrary(std::string directory);
   Status openDatabase();
   Status recover();
+  // A file already flushed to the staging directory, waiting for its row.
+  struct Staged {
+    std::string uuid, extension, path;
+    std::int64_t size = 0;
+    bool video = false;
+  };
   StatusOr<std::vector<AssetRecord>> commit(std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources,
                                             std::vector<std::string> uuids);
+  StatusOr<std::vector<AssetRecord>> commitStaged(std::vector<Staged> staged);
   std::shared_ptr<Asset> makeAsset(const AssetRecord& record);
 
   std::string directory_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <random>
 
 #include "host/FileBytes.h"
@@ -14,15 +15,18 @@ namespace {
 
 constexpr std::uint64_t kMaxMedia = 1ull << 34;
 
-// The picker records into a file of its own: "trim.<id>.MOV" in the temporary directory.
-StatusOr<Url> pickerMovieCopy(const Bytes& movie, const std::string& temporaryDirectory) {
+// The picker records into a file of its own: "trim.<id>.MOV" in the temporary
+// directory. Copied on disk, never through memory: movies can be large.
+StatusOr<Url> pickerMovieCopy(const std::string& movie, const std::string& temporaryDirectory) {
   std::mt19937_64 rng(std::random_device{}());
   char id[32];
   std::snprintf(id, sizeof id, "%016llX", static_cast<unsigned long long>(rng()));
   std::string dir = temporaryDirectory;
   if (dir.empty() || dir.back() != '/') dir.push_back('/');
   const std::string path = dir + "trim." + id + ".MOV";
-  RETURN_IF_ERROR(FileBytes::writeAtomically(path, movie));
+  std::error_code ec;
+  std::filesystem::copy_file(movie, path, std::filesystem::copy_options::none, ec);
+  if (ec) return Status::unavailable("cannot copy the movie " + movie + ": " + ec.message());
   return Url::fileUrlWithPath(path);
 }
 
@@ -61,13 +65,14 @@ StatusOr<Dictionary> SimPickerMedia::info(const SimPickerChoice& choice, ImageCo
     video = asset->isVideo();
     file = asset->filePath();
   }
-  ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(file, kMaxMedia));
   if (video) {
-    ASSIGN_OR_RETURN(Url movie, pickerMovieCopy(bytes, temporaryDirectory));
+    if (!std::filesystem::is_regular_file(file)) return Status::notFound("no movie at " + file);
+    ASSIGN_OR_RETURN(Url movie, pickerMovieCopy(file, temporaryDirectory));
     info[PickerInfoKey::mediaType] = Value(kUTTypeMovie);
     info[PickerInfoKey::mediaURL] = Value(movie);
     return info;
   }
+  ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(file, kMaxMedia));
   auto shared = std::make_shared<const Bytes>(std::move(bytes));
   if (Status why = codec.probe(*shared); !why.ok()) return Status::invalidArgument(file + ": " + why.message());
   auto image = codec.imageWithData(shared);
