@@ -257,6 +257,9 @@ Status SqlitePhotoLibrary::recover() {
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
     std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources, std::vector<std::string> uuids) {
+  // Held from the first staged byte: a process opening the library meanwhile
+  // must not take our staging files for a crash's leftovers.
+  LibraryLock lock(directory_, /*exclusive=*/false);
   std::vector<Staged> staged;
   for (size_t i = 0; i < resources.size(); ++i) {
     const std::string ext = extensionFor(*resources[i].first);
@@ -326,7 +329,19 @@ StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<
     }
   }
   // Committed: the rows stand. A crash from here on is finished by recover().
-  for (size_t i = 0; i < records.size(); ++i) ::rename(staged[i].path.c_str(), records[i].file.c_str());
+  for (size_t i = 0; i < records.size(); ++i) {
+    if (::rename(staged[i].path.c_str(), records[i].file.c_str()) == 0) continue;
+    const int err = errno;
+    std::lock_guard guard(dbMutex_);
+    for (const auto& r : records) {
+      sqlite3_stmt* raw = nullptr;
+      sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
+      Statement s(raw);
+      sqlite3_bind_text(raw, 1, r.uuid.c_str(), -1, SQLITE_TRANSIENT);
+      sqlite3_step(raw);
+    }
+    return Status::dataLoss(std::string("the saved file went missing before it was in place: ") + std::strerror(err));
+  }
   fsyncPath(directory_ + "/assets", true);
   return records;
 }
@@ -409,6 +424,7 @@ void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<As
 void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& path) {
   // The movie is copied into staging now, on disk rather than through memory,
   // so the caller may delete its file as soon as this returns.
+  LibraryLock lock(directory_, /*exclusive=*/false);
   std::error_code ec;
   const std::string uuid = newUuid();
   std::string ext = fs::path(path).extension().string();
