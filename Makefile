@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench clean
+.PHONY: deps configure build test demo bench bench-deps clean
 
 deps:
 	bash scripts/install-deps.sh
@@ -21,6 +21,12 @@ demo: build
 
 bench: build
 	$(BUILD)/bench/image_bench
+	bash bench/video_memory.sh $(BUILD)/velqor-camera
+	bash bench/remux.sh $(BUILD)/velqor-camera
+
+# Tools the benchmarks compare against; not needed to build or test.
+bench-deps:
+	apt-get install -y --no-install-recommends ffmpeg
 
 clean:
 	rm -rf $(BUILD)

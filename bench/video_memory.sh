@@ -6,7 +6,7 @@ set -euo pipefail
 bin="${1:-build/velqor-camera}"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$bin" sample movie --noise --seconds "${SECONDS_OF_NOISE:-7.8}" --width 1280 --height 720 -o "$work/big.mov" >/dev/null
+"$bin" sample movie --noise --seconds "${SECONDS_OF_NOISE:-6.2}" --width 1280 --height 720 -o "$work/big.mov" >/dev/null
 python3 - "$bin" "$work" <<'PY'
 import os, resource, subprocess, sys
 bin_, work = sys.argv[1], sys.argv[2]

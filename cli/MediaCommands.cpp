@@ -55,7 +55,6 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
         shape.noise = noise;
         if (sample->count("--width")) shape.width = width;
         if (sample->count("--height")) shape.height = height;
-        if (noise) shape.audio = false;
         if (Status s = SampleMovies::make(out, shape); !s.ok()) {
           std::cerr << "velqor-camera: " << s.message() << "\n";
           return kExitFailure;

@@ -61,7 +61,7 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
 
   Track video, audio;
   if (shape.video) {
-    const AVCodec* c = shape.noise ? nullptr : avcodec_find_encoder_by_name("libx264");
+    const AVCodec* c = avcodec_find_encoder_by_name("libx264");
     if (!c) c = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
     if (!c) return Status::unavailable("no video encoder");
     video.codec.reset(avcodec_alloc_context3(c));
@@ -73,8 +73,10 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
     video.codec->bit_rate = shape.videoBitrate;
     video.codec->gop_size = shape.fps;
     if (out->oformat->flags & AVFMT_GLOBALHEADER) video.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    if (std::string(c->name) == "libx264") av_opt_set(video.codec->priv_data, "preset", "ultrafast", 0);
-    if (shape.noise) {
+    const bool x264 = std::string(c->name) == "libx264";
+    if (x264) av_opt_set(video.codec->priv_data, "preset", "ultrafast", 0);
+    if (shape.noise && x264) av_opt_set(video.codec->priv_data, "qp", "0", 0);  // lossless: as large as it gets
+    if (shape.noise && !x264) {
       video.codec->flags |= AV_CODEC_FLAG_QSCALE;
       video.codec->global_quality = FF_QP2LAMBDA;  // quantizer 1
     }
@@ -100,9 +102,6 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   }
   if (avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) return Status::unavailable("cannot create " + path);
   if (avformat_write_header(out.get(), nullptr) < 0) return Status::internal("cannot write the header");
-  if (shape.noise) {
-    if (video.codec) video.codec->flags |= AV_CODEC_FLAG_QSCALE;
-  }
 
   const int frames = static_cast<int>(std::lround(shape.seconds * shape.fps));
   Frame vf(av_frame_alloc()), af(av_frame_alloc());

@@ -15,8 +15,8 @@ struct MovieSpec {
   bool video = true, audio = true;
   std::string container = "mov";  // "mov" or "mp4"
   int videoBitrate = 800'000;
-  // Frames of noise at the finest quantizer: a large file made quickly, for
-  // memory and throughput measurements (MPEG-4 Part 2 video, no audio).
+  // Frames of noise coded losslessly: a large file made quickly, for memory
+  // and throughput measurements.
   bool noise = false;
 };
 
