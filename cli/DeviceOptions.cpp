@@ -89,6 +89,7 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
     app.add_option("--edit", edit_, "The user crops the picture to X,Y,W,H (upright pixels)");
     app.add_option("--location", locations_, "A location fix LAT,LON[,ALT][@2024-03-05T23:59:59.250Z]; repeat for more");
     app.add_flag("--no-fix", noFix_, "The location service never delivers a fix");
+    app.add_option("--gpsd", gpsd_, "Take real fixes from the gpsd daemon at HOST[:PORT] instead");
     app.add_option("--location-timeout", locationTimeout_,
                    "Deliver a photo waiting for a location fix after S seconds without one");
   }
@@ -140,6 +141,10 @@ DeviceConfig DeviceOptions::toConfig() const {
     c.pickerChoice = choice;
   }
   if (noFix_ && !locations_.empty()) throw UsageError{"--no-fix and --location exclude each other"};
+  if (!gpsd_.empty()) {
+    if (!locations_.empty()) throw UsageError{"--gpsd and --location exclude each other"};
+    c.gpsd = gpsd_;
+  }
   for (const auto& text : locations_) c.locationFixes.push_back(parseFix(text));
   if (locationTimeout_ < 0) throw UsageError{"--location-timeout must not be negative"};
   return c;

@@ -43,6 +43,7 @@ class DeviceOptions {
   std::string photo_, video_, pick_, edit_, library_;
   std::vector<std::string> locations_;
   bool noFix_ = false;
+  std::string gpsd_;
   double locationTimeout_ = 0;
 };
 

@@ -67,6 +67,12 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.resourceBundles = s->device_;
   p.imageCodec = codec;
   p.locationService = s->location_;
+  if (config.gpsd) {
+    const auto colon = config.gpsd->rfind(':');
+    s->gpsd_ = std::make_shared<GpsdLocationService>(config.gpsd->substr(0, colon),
+                                                     colon == std::string::npos ? "2947" : config.gpsd->substr(colon + 1));
+    p.locationService = s->gpsd_;
+  }
   p.photoLibrary = s->library_;
   p.mediaExport = s->export_;
 
@@ -85,6 +91,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   s->host_->addActivitySource({"platform queue", [platform] { return platform->idle(); }});
   auto locationQueue = s->locationQueue_;
   s->host_->addActivitySource({"location service", [locationQueue] { return locationQueue->idle(); }});
+  if (auto gpsd = s->gpsd_) s->host_->addActivitySource({"gpsd", [gpsd] { return gpsd->idle(); }});
   auto library = s->library_;
   s->host_->addActivitySource({"photo library", [library] { return library->idle(); }});
   auto exporter = s->export_;
@@ -125,7 +132,8 @@ std::vector<std::string> DeviceSession::whyOpen() const {
   }
   if (reasons.empty() && state.libraryAccess == AccessState::limited)
     reasons.push_back("photo-library access is limited: the plug-in leaves the command open");
-  if (std::string why = location_->waitingReason(); !why.empty() && core->pickerController.load())
+  std::string why = gpsd_ ? gpsd_->waitingReason() : location_->waitingReason();
+  if (!why.empty() && core->pickerController.load())
     reasons.push_back(why + "; or pass --location-timeout S to deliver it without one");
   if (reasons.empty()) reasons.push_back("the plug-in sent no answer and nothing is left to happen");
   return reasons;

@@ -11,6 +11,7 @@
 #include "host/ThreadPool.h"
 #include "host/Watchdog.h"
 #include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
 #include "platform/sim/SimLocationService.h"
@@ -34,6 +35,8 @@ struct DeviceConfig {
   std::optional<SimPickerChoice> pickerChoice;
   // The fixes the location service delivers, in order.
   std::vector<LocationFix> locationFixes;
+  // "HOST:PORT" of a gpsd daemon to take real fixes from instead.
+  std::optional<std::string> gpsd;
 };
 
 // One host process's worth of runtime: the main queue, the worker pool, a
@@ -70,6 +73,7 @@ class DeviceSession {
   std::shared_ptr<SimDevice> device_;
   std::shared_ptr<ThreadPool> locationQueue_;
   std::shared_ptr<SimLocationService> location_;
+  std::shared_ptr<GpsdLocationService> gpsd_;
   std::shared_ptr<SqlitePhotoLibrary> library_;
   std::shared_ptr<FfmpegMediaExport> export_;
   std::shared_ptr<Watchdog> watchdog_ = std::make_shared<Watchdog>();

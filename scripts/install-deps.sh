@@ -10,6 +10,7 @@ packages=(
   libexiv2-dev
   libavformat-dev libavcodec-dev libavutil-dev
   libsqlite3-dev libicu-dev liburiparser-dev
+  libgps-dev gpsd gpsd-clients python3-gps
   nlohmann-json3-dev libcli11-dev libspdlog-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
