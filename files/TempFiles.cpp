@@ -16,6 +16,7 @@
 #include "files/DirectoryEnumerator.h"
 #include "files/FileErrors.h"
 #include "files/StampFormatter.h"
+#include "host/FileBytes.h"
 #include "host/UniqueFd.h"
 #include "host/Url.h"
 #include "host/VLog.h"
@@ -43,19 +44,6 @@ std::string stagingName() {
   thread_local std::mt19937_64 rng(std::random_device{}());
   return ".velqor-staging-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + "-" +
          std::to_string(rng() % 1000000000);
-}
-
-int writeAll(int fd, std::span<const std::uint8_t> bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return errno;
-    }
-    done += static_cast<size_t>(n);
-  }
-  return 0;
 }
 
 // Moves `from` to `to` inside `dirFd`, failing with EEXIST instead of replacing.
@@ -136,7 +124,7 @@ StatusOr<std::string> TempFiles::writeNew(const std::string& path, std::span<con
   {
     UniqueFd fd(::openat(dirFd.get(), staging.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!fd.valid()) return Status::unavailable(FileErrors::writeFailed(path, errno));
-    if (int err = writeAll(fd.get(), bytes)) {
+    if (int err = FileBytes::writeAll(fd.get(), bytes)) {
       ::unlinkat(dirFd.get(), staging.c_str(), 0);
       return Status::unavailable(FileErrors::writeFailed(path, err));
     }

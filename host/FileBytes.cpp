@@ -32,21 +32,25 @@ StatusOr<Bytes> FileBytes::read(const std::string& path, std::uint64_t maxBytes)
   return out;
 }
 
+int FileBytes::writeAll(int fd, std::span<const std::uint8_t> bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    done += static_cast<size_t>(n);
+  }
+  return 0;
+}
+
 Status FileBytes::writeAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
   std::string temp = path + ".partial-" + std::to_string(::getpid());
   {
     UniqueFd fd(::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd.valid()) return Status::unavailable("cannot write " + path + ": " + std::strerror(errno));
-    size_t done = 0;
-    while (done < bytes.size()) {
-      ssize_t n = ::write(fd.get(), bytes.data() + done, bytes.size() - done);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        int err = errno;
-        ::unlink(temp.c_str());
-        return Status::unavailable("cannot write " + path + ": " + std::strerror(err));
-      }
-      done += static_cast<size_t>(n);
+    if (int err = writeAll(fd.get(), bytes)) {
+      ::unlink(temp.c_str());
+      return Status::unavailable("cannot write " + path + ": " + std::strerror(err));
     }
   }
   if (::rename(temp.c_str(), path.c_str()) != 0) {

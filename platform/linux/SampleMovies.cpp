@@ -113,6 +113,21 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   }
   std::int64_t samples = 0;
   const std::int64_t totalSamples = static_cast<std::int64_t>(shape.seconds * 44100);
+  // One frame of a 440 Hz tone.
+  auto encodeTone = [&]() -> Status {
+    af->format = AV_SAMPLE_FMT_FLTP;
+    af->nb_samples = audio.codec->frame_size;
+    av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
+    af->sample_rate = 44100;
+    av_frame_get_buffer(af.get(), 0);
+    auto* data = reinterpret_cast<float*>(af->data[0]);
+    for (int k = 0; k < af->nb_samples; ++k) data[k] = 0.2f * std::sin(2 * M_PI * 440 * (samples + k) / 44100.0);
+    af->pts = samples;
+    samples += af->nb_samples;
+    Status s = drain(out.get(), audio, af.get());
+    av_frame_unref(af.get());
+    return s;
+  };
   for (int i = 0; shape.video && i < frames; ++i) {
     av_frame_make_writable(vf.get());
     std::uint32_t seed = 2463534242u + static_cast<std::uint32_t>(i);
@@ -130,33 +145,10 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
     vf->pts = i;
     if (Status s = drain(out.get(), video, vf.get()); !s.ok()) return s;
     // Interleave audio up to the video's time.
-    while (shape.audio && samples < std::min(totalSamples, static_cast<std::int64_t>((i + 1) * 44100LL / shape.fps))) {
-      af->format = AV_SAMPLE_FMT_FLTP;
-      af->nb_samples = audio.codec->frame_size;
-      av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
-      af->sample_rate = 44100;
-      av_frame_get_buffer(af.get(), 0);
-      auto* data = reinterpret_cast<float*>(af->data[0]);
-      for (int k = 0; k < af->nb_samples; ++k) data[k] = 0.2f * std::sin(2 * M_PI * 440 * (samples + k) / 44100.0);
-      af->pts = samples;
-      samples += af->nb_samples;
-      if (Status s = drain(out.get(), audio, af.get()); !s.ok()) return s;
-      av_frame_unref(af.get());
-    }
+    while (shape.audio && samples < std::min(totalSamples, static_cast<std::int64_t>((i + 1) * 44100LL / shape.fps)))
+      RETURN_IF_ERROR(encodeTone());
   }
-  while (!shape.video && shape.audio && samples < totalSamples) {
-    af->format = AV_SAMPLE_FMT_FLTP;
-    af->nb_samples = audio.codec->frame_size;
-    av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
-    af->sample_rate = 44100;
-    av_frame_get_buffer(af.get(), 0);
-    auto* data = reinterpret_cast<float*>(af->data[0]);
-    for (int k = 0; k < af->nb_samples; ++k) data[k] = 0.2f * std::sin(2 * M_PI * 440 * (samples + k) / 44100.0);
-    af->pts = samples;
-    samples += af->nb_samples;
-    if (Status s = drain(out.get(), audio, af.get()); !s.ok()) return s;
-    av_frame_unref(af.get());
-  }
+  while (!shape.video && shape.audio && samples < totalSamples) RETURN_IF_ERROR(encodeTone());
   if (shape.video) drain(out.get(), video, nullptr);
   if (shape.audio) drain(out.get(), audio, nullptr);
   if (av_write_trailer(out.get()) < 0) return Status::internal("cannot finish " + path);

@@ -72,17 +72,10 @@ Status fsyncPath(const std::string& path, bool directory) {
 Status writeDurably(const std::string& path, std::span<const std::uint8_t> bytes) {
   UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!fd.valid()) return Status::unavailable("cannot write " + path + ": " + std::strerror(errno));
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = ::write(fd.get(), bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      int err = errno;
-      ::unlink(path.c_str());
-      return Status::unavailable(std::string(err == ENOSPC ? "the disk is full" : std::strerror(err)) +
-                                 " while saving to the photo library");
-    }
-    done += static_cast<size_t>(n);
+  if (int err = FileBytes::writeAll(fd.get(), bytes)) {
+    ::unlink(path.c_str());
+    return Status::unavailable(std::string(err == ENOSPC ? "the disk is full" : std::strerror(err)) +
+                               " while saving to the photo library");
   }
   if (::fsync(fd.get()) != 0) {
     ::unlink(path.c_str());
