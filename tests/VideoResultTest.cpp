@@ -180,6 +180,14 @@ Bytes truncatedMovie() {
   return b;
 }
 
+Bytes pcmMovie() {
+  testing::TestDirectory d;
+  MovieSpec s = movieShape(true, true);
+  s.pcmAudio = true;
+  EXPECT_TRUE(SampleMovies::make(d.path("m.mov"), s).ok());
+  return *FileBytes::read(d.path("m.mov"));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Inputs, HostileMovies,
     ::testing::Values(HostileMovie{"zeroBytes", [] { return Bytes{}; }, "could not be opened"},
@@ -189,7 +197,8 @@ INSTANTIATE_TEST_SUITE_P(
                                      std::string m3u = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n/etc/passwd\n";
                                      return Bytes(m3u.begin(), m3u.end());
                                    }, "could not be opened"},
-                      HostileMovie{"truncated", truncatedMovie, "movie"}),
+                      HostileMovie{"truncated", truncatedMovie, "movie"},
+                      HostileMovie{"pcmAudioTrack", pcmMovie, "which an MPEG-4 file cannot carry"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(VideoCapture, NoMediaUrlFailsWithoutTouchingFiles) {

@@ -86,11 +86,11 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
     video.stream->time_base = video.codec->time_base;
   }
   if (shape.audio) {
-    const AVCodec* c = avcodec_find_encoder(AV_CODEC_ID_AAC);
-    if (!c) return Status::unavailable("no AAC encoder");
+    const AVCodec* c = avcodec_find_encoder(shape.pcmAudio ? AV_CODEC_ID_PCM_F32LE : AV_CODEC_ID_AAC);
+    if (!c) return Status::unavailable("no audio encoder");
     audio.codec.reset(avcodec_alloc_context3(c));
     audio.codec->sample_rate = 44100;
-    audio.codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    audio.codec->sample_fmt = shape.pcmAudio ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_FLTP;
     av_channel_layout_default(&audio.codec->ch_layout, 1);
     audio.codec->bit_rate = 64000;
     audio.codec->time_base = AVRational{1, 44100};
@@ -115,8 +115,8 @@ Status SampleMovies::make(const std::string& path, const MovieSpec& shape) {
   const std::int64_t totalSamples = static_cast<std::int64_t>(shape.seconds * 44100);
   // One frame of a 440 Hz tone.
   auto encodeTone = [&]() -> Status {
-    af->format = AV_SAMPLE_FMT_FLTP;
-    af->nb_samples = audio.codec->frame_size;
+    af->format = audio.codec->sample_fmt;
+    af->nb_samples = audio.codec->frame_size > 0 ? audio.codec->frame_size : 1024;
     av_channel_layout_copy(&af->ch_layout, &audio.codec->ch_layout);
     af->sample_rate = 44100;
     av_frame_get_buffer(af.get(), 0);

@@ -18,6 +18,8 @@ struct MovieSpec {
   // Frames of noise coded losslessly: a large file made quickly, for memory
   // and throughput measurements.
   bool noise = false;
+  // Uncompressed 16-bit PCM audio instead of AAC (a track an MPEG-4 file cannot carry).
+  bool pcmAudio = false;
 };
 
 class SampleMovies {
