@@ -6,7 +6,6 @@
 
 #include "host/FileUrlPrefix.h"
 #include "platform/linux/LinuxImageCodec.h"
-#include "platform/sim/SimLibraryAccess.h"
 
 namespace velqor {
 
@@ -59,12 +58,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.locale = UserLocale::fromEnvironment();
   if (!config.language.empty()) p.locale.language = config.language;
   p.temporaryDirectory = std::make_shared<const TemporaryDirectory>(tmp);
-  p.screen = s->device_;
-  p.pickerSources = s->device_;
-  p.cameraAuthorization = s->device_;
-  p.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(s->device_);
-  p.application = s->device_;
-  p.resourceBundles = s->device_;
+  s->device_->installInto(p);
   p.imageCodec = codec;
   p.locationService = s->location_;
   if (config.gpsd) {

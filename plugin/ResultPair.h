@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "host/CallBackManager.h"
 #include "host/CommandStatus.h"
 #include "host/Value.h"
 
@@ -18,6 +19,17 @@ struct ResultPair {
   static ResultPair success(Dictionary d) { return {std::nullopt, std::move(d)}; }
   static ResultPair failure(CommandStatus s, const std::string& message) {
     return {s, Dictionary{{"errorMsg", Value(message)}}};
+  }
+
+  // The final answer for this pair: an error with the status, or a success;
+  // an absent dictionary goes as an empty one.
+  void sendTo(CallBackManager& cb) const {
+    const Dictionary payload = dictionary.value_or(Dictionary{});
+    if (status) {
+      cb.error(*status, payload, false);
+    } else {
+      cb.success(payload, false);
+    }
   }
 };
 

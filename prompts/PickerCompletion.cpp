@@ -9,14 +9,7 @@ namespace velqor {
 namespace {
 
 void answer(PluginCore& core, const ResultPair& pair) {
-  auto cb = core.currentCallBack.load();
-  if (!cb) return;
-  const Dictionary payload = pair.dictionary.value_or(Dictionary{});
-  if (pair.status) {
-    cb->error(*pair.status, payload, false);
-  } else {
-    cb->success(payload, false);
-  }
+  if (auto cb = core.currentCallBack.load()) pair.sendTo(*cb);
 }
 
 void endCapture(PluginCore& core) {

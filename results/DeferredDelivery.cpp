@@ -40,12 +40,18 @@ std::shared_ptr<const Bytes> DeferredDelivery::rewriteWithMetadata(PluginCore& c
   ImageCodec& codec = *core.services.imageCodec;
   auto image = codec.imageWithData(data);
   if (!image) return data;
-  auto bitmap = image->cgImage();
-  auto type = codec.containerType(*data);
-  if (!bitmap || !type) return data;
-  auto rewritten = codec.encodeWithProperties(*bitmap, *type, *metadata);
+  auto rewritten = encodeLike(codec, *data, *image, *metadata);
   if (!rewritten) return data;
   return std::make_shared<const Bytes>(std::move(*rewritten));
+}
+
+std::optional<Bytes> DeferredDelivery::encodeLike(ImageCodec& codec, const Bytes& typeSource,
+                                                  const PlatformImage& picture, const Dictionary& properties) {
+  auto type = codec.containerType(typeSource);
+  if (!type) return std::nullopt;
+  auto bitmap = picture.cgImage();
+  if (!bitmap) return std::nullopt;
+  return codec.encodeWithProperties(*bitmap, *type, properties);
 }
 
 void DeferredDelivery::imagePickerControllerReturnImageResult(PluginCore& core) {
@@ -53,16 +59,8 @@ void DeferredDelivery::imagePickerControllerReturnImageResult(PluginCore& core) 
   std::shared_ptr<PictureOptions> options = picker ? picker->pictureOptions() : nullptr;
   auto bytes = rewriteWithMetadata(core, core.data.load(), core.metadata.load());
 
-  if (auto result = outcome(core, options, bytes)) {
-    if (auto cb = core.currentCallBack.load()) {
-      const Dictionary payload = result->dictionary.value_or(Dictionary{});
-      if (result->status) {
-        cb->error(*result->status, payload, false);
-      } else {
-        cb->success(payload, false);
-      }
-    }
-  }
+  if (auto result = outcome(core, options, bytes))
+    if (auto cb = core.currentCallBack.load()) result->sendTo(*cb);
   core._hasPendingOperation.store(false);
   core.pickerController.store(nullptr);
   core.data.store(nullptr);

@@ -18,6 +18,10 @@ class DeferredDelivery {
   // step of the re-encoding fails; none without data.
   static std::shared_ptr<const Bytes> rewriteWithMetadata(PluginCore& core, const std::shared_ptr<const Bytes>& data,
                                                           const std::optional<Dictionary>& metadata);
+  // `picture`'s pixels encoded in the container type of `typeSource` with
+  // `properties` as their metadata; none when any step fails.
+  static std::optional<Bytes> encodeLike(ImageCodec& codec, const Bytes& typeSource, const PlatformImage& picture,
+                                         const Dictionary& properties);
 };
 
 }  // namespace velqor

@@ -67,13 +67,9 @@ Task<ResultPair> fileUriWithLocation(Context& c, Bytes encoded, std::string path
   // Re-encode the picture with the asset's properties, from the container type of `data`.
   auto data = core.data.load();
   auto metadata = core.metadata.load();
-  if (data && metadata && *c.picture) {
-    ImageCodec& codec = *core.services.imageCodec;
-    auto type = codec.containerType(*data);
-    auto bitmap = (*c.picture)->cgImage();
-    if (type && bitmap)
-      if (auto rewritten = codec.encodeWithProperties(*bitmap, *type, *metadata)) encoded = std::move(*rewritten);
-  }
+  if (data && metadata && *c.picture)
+    if (auto rewritten = DeferredDelivery::encodeLike(*core.services.imageCodec, *data, **c.picture, *metadata))
+      encoded = std::move(*rewritten);
   auto url = Url::fromString(path);
   if (!url) co_return ResultPair::none();
   auto written = TempFiles::writeNew(url->path(), encoded, TempFiles::standardizedDirectory(core));

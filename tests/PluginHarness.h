@@ -8,7 +8,6 @@
 #include "host/ManualExecutor.h"
 #include "host/ValueJson.h"
 #include "platform/sim/SimDevice.h"
-#include "platform/sim/SimLibraryAccess.h"
 #include "plugin/VelqorCameraPlugin.h"
 #include "tests/FixedClock.h"
 #include "tests/RecordingLog.h"
@@ -41,12 +40,7 @@ class PluginHarness : public ::testing::Test {
     s.locale = UserLocale{"en", "en_US", "UTC"};
     std::filesystem::create_directories(dir_.path("tmp"));
     s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*TemporaryDirectory::open(dir_.path("tmp")));
-    s.screen = device_;
-    s.pickerSources = device_;
-    s.cameraAuthorization = device_;
-    s.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(device_);
-    s.application = device_;
-    s.resourceBundles = device_;
+    device_->installInto(s);
     customize(s);
     plugin_ = std::make_unique<VelqorCameraPlugin>(s);
     if (withViewController) plugin_->setViewController(device_->makeRootViewController());

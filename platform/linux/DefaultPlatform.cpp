@@ -7,7 +7,6 @@
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
-#include "platform/sim/SimLibraryAccess.h"
 #include "platform/sim/SimLocationService.h"
 
 namespace velqor {
@@ -32,12 +31,7 @@ PlatformServices DefaultPlatform::services() {
     if (auto dir = TemporaryDirectory::open(TemporaryDirectory::defaultPath()); dir.ok())
       s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*dir);
     auto device = std::make_shared<SimDevice>(SimDeviceState{}, s.mainQueue, platformQueue, events);
-    s.screen = device;
-    s.pickerSources = device;
-    s.cameraAuthorization = device;
-    s.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(device);
-    s.application = device;
-    s.resourceBundles = device;
+    device->installInto(s);
     s.imageCodec = std::make_shared<LinuxImageCodec>();
     s.locationService = std::make_shared<SimLocationService>(std::vector<LocationFix>{}, platformQueue, events);
     if (auto library = SqlitePhotoLibrary::open(SqlitePhotoLibrary::defaultPath()); library.ok()) s.photoLibrary = *library;

@@ -4,6 +4,7 @@
 
 #include "platform/AlertController.h"
 #include "platform/ImagePickerController.h"
+#include "platform/sim/SimLibraryAccess.h"
 
 namespace velqor {
 namespace {
@@ -47,6 +48,16 @@ std::shared_ptr<ViewController> SimDevice::makeRootViewController() {
   std::lock_guard lock(mutex_);
   stack_.insert(stack_.begin(), root);
   return root;
+}
+
+void SimDevice::installInto(PlatformServices& s) {
+  auto self = shared_from_this();
+  s.screen = self;
+  s.pickerSources = self;
+  s.cameraAuthorization = self;
+  s.photoLibraryAuthorization = std::make_shared<SimLibraryAccess>(self);
+  s.application = self;
+  s.resourceBundles = self;
 }
 
 SimDeviceState SimDevice::state() const {

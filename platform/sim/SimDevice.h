@@ -9,6 +9,7 @@
 #include "platform/Application.h"
 #include "platform/DeviceAccess.h"
 #include "platform/PickerSources.h"
+#include "platform/PlatformServices.h"
 #include "platform/ResourceBundles.h"
 #include "platform/Screen.h"
 #include "platform/ViewController.h"
@@ -69,6 +70,10 @@ class SimDevice final : public Screen,
   // Why nothing more will happen without the user, in one line each; empty
   // when the device waits for nothing.
   std::vector<std::string> waitingFor() const;
+
+  // Makes this device the services' screen, picker sources, access prompts,
+  // settings page and resource bundles.
+  void installInto(PlatformServices& services);
 
   SimDeviceState state() const;
   void setState(SimDeviceState state);
