@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench bench-deps clean
+.PHONY: deps configure build test demo bench bench-deps test-browser serve clean
 
 deps:
 	bash scripts/install-deps.sh
@@ -27,6 +27,16 @@ bench: build
 # Tools the benchmarks compare against; not needed to build or test.
 bench-deps:
 	apt-get install -y --no-install-recommends ffmpeg
+
+# The page in a real browser: installs Chromium (and Node.js) when missing.
+test-browser: build
+	command -v chromium >/dev/null || apt-get install -y --no-install-recommends chromium
+	command -v node >/dev/null || apt-get install -y --no-install-recommends nodejs
+	cd $(BUILD) && ctest --output-on-failure -R browser_capture
+	@echo "screenshot: $(BUILD)/browser-capture.png"
+
+serve: build
+	$(BUILD)/velqor-camera serve
 
 clean:
 	rm -rf $(BUILD)

@@ -29,5 +29,6 @@ void registerImageCommands(CLI::App& app, Registration& chosen);
 void registerMediaCommands(CLI::App& app, Registration& chosen);
 void registerLibraryCommands(CLI::App& app, Registration& chosen);
 void registerScenarioCommands(CLI::App& app, Registration& chosen);
+void registerServeCommand(CLI::App& app, Registration& chosen);
 
 }  // namespace velqor::cli

@@ -38,12 +38,11 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
     ASSIGN_OR_RETURN(AssetRecord imported, s->library_->importFile(config.pickerChoice->asset));
     config.pickerChoice->asset = imported.localIdentifier;
   }
+  s->services_.imageCodec = codec;
+  s->services_.temporaryDirectory = std::make_shared<const TemporaryDirectory>(tmp);
   if (config.pickerChoice) {
     config.device.pickerChoice = SimDeviceState::PickerChoice::finish;
-    config.device.makePickerInfo = [choice = *config.pickerChoice, codec, library = s->library_,
-                                    dir = tmp.path()](const ImagePickerController&) {
-      return SimPickerMedia::info(choice, *codec, library.get(), dir);
-    };
+    config.device.makePickerInfo = s->pickerInfoFor(*config.pickerChoice);
   }
   auto events = std::make_shared<SimEventLog>();
   s->device_ = std::make_shared<SimDevice>(config.device, s->main_, s->platform_, events);
@@ -57,9 +56,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.clock = std::make_shared<SystemClock>();
   p.locale = UserLocale::fromEnvironment();
   if (!config.language.empty()) p.locale.language = config.language;
-  p.temporaryDirectory = std::make_shared<const TemporaryDirectory>(tmp);
   s->device_->installInto(p);
-  p.imageCodec = codec;
   p.locationService = s->location_;
   if (config.gpsd) {
     const auto colon = config.gpsd->rfind(':');
@@ -103,6 +100,14 @@ DeviceSession::~DeviceSession() {
   if (library_) library_->drain();
   host_.reset();
   plugin_.reset();
+}
+
+std::function<StatusOr<Dictionary>(const ImagePickerController&)> DeviceSession::pickerInfoFor(
+    SimPickerChoice choice) const {
+  return [choice = std::move(choice), codec = services_.imageCodec, library = library_,
+          dir = services_.temporaryDirectory->path()](const ImagePickerController&) {
+    return SimPickerMedia::info(choice, *codec, library.get(), dir);
+  };
 }
 
 std::vector<std::string> DeviceSession::whyOpen() const {

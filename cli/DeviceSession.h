@@ -57,6 +57,9 @@ class DeviceSession {
   VelqorCameraPlugin& plugin() { return *plugin_; }
   const PlatformServices& services() const { return services_; }
 
+  // What the picker hands over when the user finishes it with `choice`.
+  std::function<StatusOr<Dictionary>(const ImagePickerController&)> pickerInfoFor(SimPickerChoice choice) const;
+
   // Why a command is still open, one reason a line; never empty.
   std::vector<std::string> whyOpen() const;
 

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   registerMediaCommands(app, chosen);
   registerLibraryCommands(app, chosen);
   registerScenarioCommands(app, chosen);
+  registerServeCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

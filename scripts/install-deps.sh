@@ -11,7 +11,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev
   libsqlite3-dev libicu-dev liburiparser-dev
   libgps-dev gpsd gpsd-clients python3-gps
-  nlohmann-json3-dev libcli11-dev libspdlog-dev libfmt-dev
+  nlohmann-json3-dev libcli11-dev libspdlog-dev libfmt-dev libcpp-httplib-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

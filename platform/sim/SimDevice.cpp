@@ -7,9 +7,8 @@
 #include "platform/sim/SimLibraryAccess.h"
 
 namespace velqor {
-namespace {
 
-nlohmann::ordered_json describe(const ViewController& vc) {
+nlohmann::ordered_json SimDevice::describe(const ViewController& vc) {
   nlohmann::ordered_json e;
   if (auto* picker = dynamic_cast<const ImagePickerController*>(&vc)) {
     e["event"] = "pickerPresented";
@@ -33,8 +32,6 @@ nlohmann::ordered_json describe(const ViewController& vc) {
   }
   return e;
 }
-
-}  // namespace
 
 SimDevice::SimDevice(SimDeviceState state, std::shared_ptr<Executor> mainQueue,
                      std::shared_ptr<Executor> platformQueue, std::shared_ptr<SimEventLog> events)

@@ -65,6 +65,10 @@ class SimDevice final : public Screen,
   bool finishPicker();
   bool cancelPicker();
 
+  // A screen as the user sees it: a picker's configuration or an alert's
+  // title, message and buttons, under an "event" key naming it.
+  static nlohmann::ordered_json describe(const ViewController& vc);
+
   // What is on the screen now, topmost last.
   std::vector<std::shared_ptr<ViewController>> onScreen() const;
   // Why nothing more will happen without the user, in one line each; empty

@@ -71,8 +71,28 @@ void SimLocationService::started(const std::shared_ptr<LocationManager>& manager
   ++started_;
   if (events_) events_->record({{"event", "locationStarted"}});
   auto sim = std::static_pointer_cast<SimLocationManager>(manager);
+  {
+    std::lock_guard lock(mutex_);
+    startedManagers_.push_back(manager);
+  }
   for (const auto& fix : fixes_) {
     delivery_->post([sim, fix, events = events_] {
+      if (events) events->record({{"event", "locationFix"}, {"latitude", fix.latitude}, {"longitude", fix.longitude}});
+      sim->deliver(fix);
+    });
+  }
+}
+
+void SimLocationService::deliverNow(const LocationFix& fix) {
+  std::vector<std::shared_ptr<LocationManager>> managers;
+  {
+    std::lock_guard lock(mutex_);
+    std::erase_if(startedManagers_, [](const auto& m) { return m.expired(); });
+    for (const auto& m : startedManagers_)
+      if (auto alive = m.lock()) managers.push_back(std::move(alive));
+  }
+  for (auto& manager : managers) {
+    delivery_->post([sim = std::static_pointer_cast<SimLocationManager>(manager), fix, events = events_] {
       if (events) events->record({{"event", "locationFix"}, {"latitude", fix.latitude}, {"longitude", fix.longitude}});
       sim->deliver(fix);
     });

@@ -23,6 +23,9 @@ class SimLocationService final : public LocationService, public std::enable_shar
                      std::shared_ptr<SimEventLog> events);
 
   std::shared_ptr<LocationManager> makeManager() override;
+  // A fix that arrives now, as the user moves: every manager that started and
+  // still updates receives it, on the delivery executor.
+  void deliverNow(const LocationFix& fix);
   std::string waitingReason() override;
 
   int startedManagers() const { return started_.load(); }
@@ -38,6 +41,8 @@ class SimLocationService final : public LocationService, public std::enable_shar
  private:
   std::vector<LocationFix> fixes_;
   std::shared_ptr<Executor> delivery_;
+  std::mutex mutex_;
+  std::vector<std::weak_ptr<LocationManager>> startedManagers_;
   std::shared_ptr<SimEventLog> events_;
   std::atomic<int> started_{0};
   std::atomic<int> authorizations_{0};

@@ -1,0 +1,85 @@
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+#include "cli/Cli.h"
+#include "cli/DeviceOptions.h"
+#include "web/WebServer.h"
+
+namespace velqor::cli {
+namespace {
+
+std::atomic<bool> stopRequested{false};
+
+void requestStop(int) { stopRequested = true; }
+
+// The page shipped beside the executable, as the bundle is.
+std::string shippedPage() {
+  std::error_code ec;
+  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return ec ? std::string() : (exe.parent_path() / "page").string();
+}
+
+// A private directory for the files the user chooses in the page; removed on exit.
+class UploadDirectory {
+ public:
+  UploadDirectory() {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base && *base ? base : "/tmp") + "/velqor-serve-XXXXXX";
+    if (::mkdtemp(pattern.data())) path_ = pattern;
+  }
+  ~UploadDirectory() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace
+
+void registerServeCommand(CLI::App& app, Registration& chosen) {
+  static DeviceOptions options;
+  static WebServer::Options web;
+  auto* serve = app.add_subcommand("serve", "Serve the plug-in to a web page, with the simulated device in the page");
+  serve->add_option("--port", web.port, "TCP port (default 8080; 0 picks a free one)");
+  serve->add_option("--host", web.host, "Address to listen on (default 127.0.0.1, loopback only)");
+  serve->add_option("--page-dir", web.pageDirectory, "Directory holding index.html, app.js and style.css");
+  options.addTo(*serve, false);
+  serve->callback([&chosen] {
+    chosen.run = [] {
+      if (web.pageDirectory.empty()) web.pageDirectory = shippedPage();
+      WebServer server(web);
+      auto port = server.bind();
+      if (!port.ok()) throw UsageError{port.status().message()};
+      DeviceConfig config = options.toConfig();
+      if (!config.fileUrlPrefix) config.fileUrlPrefix = server.origin() + "/files";
+      auto session = DeviceSession::create(config);
+      if (!session.ok()) throw UsageError{session.status().message()};
+      UploadDirectory uploads;
+      if (uploads.path().empty()) throw UsageError{"cannot create a directory for the page's files"};
+      auto& s = **session;
+      WebBridge bridge(s, uploads.path());
+      const std::string tmp = s.services().temporaryDirectory->path();
+      server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
+      std::signal(SIGINT, requestStop);
+      std::signal(SIGTERM, requestStop);
+      std::cout << "velqor-camera: serving " << server.origin() << "/ (temporary directory " << tmp << ", library "
+                << s.library().directory() << "); Ctrl-C stops" << std::endl;
+      auto& main = s.host().mainQueue();
+      while (!stopRequested) {
+        main.waitForWork(std::chrono::milliseconds(100));
+        main.runPending();
+      }
+      server.stop();
+      s.host().runUntilQuiescent(std::chrono::seconds(5));
+      std::cout << "velqor-camera: stopped" << std::endl;
+      return kExitOk;
+    };
+  });
+}
+
+}  // namespace velqor::cli

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+#include "cli/DeviceSession.h"
+#include "host/StatusOr.h"
+
+namespace velqor {
+
+// What the web page may do to the host and the simulated device, as JSON in
+// and JSON out: call a plug-in command, read what is on the screen and the
+// answers so far, act as the user on the picker and the alerts, deliver a
+// location fix, change permissions and sources, list the photo library.
+//
+// Every call is made on the main queue's thread (WebServer posts them there);
+// the bridge never blocks it. Errors are INVALID_ARGUMENT with a message the
+// page can show.
+//
+// Threads: main queue only.
+class WebBridge {
+ public:
+  // `uploads` is a directory the bridge owns for the files the user chooses
+  // in the picker panel.
+  WebBridge(DeviceSession& session, std::string uploads);
+
+  // {"operation": NAME, "args": [...]}: starts the command and returns
+  // {"callbackId": ID}. Only the plug-in's command operations are callable.
+  StatusOr<nlohmann::json> call(const nlohmann::json& request);
+  // Answers from index `answersFrom` on, events from `eventsFrom` on, what is
+  // on the screen, the device settings and what the host still waits for.
+  nlohmann::json state(size_t answersFrom, size_t eventsFrom) const;
+
+  // The user finishes the picker with a file they chose (its bytes): a camera
+  // photo or video, optionally with an edit rectangle "x,y,w,h".
+  StatusOr<nlohmann::json> finishPickerWithFile(const std::string& kind, const std::string& name,
+                                               const std::string& bytes, const std::string& edit);
+  // The user picks an asset of the photo library: {"asset": localIdentifier}.
+  StatusOr<nlohmann::json> pickAsset(const nlohmann::json& request);
+  StatusOr<nlohmann::json> cancelPicker();
+  // {"button": title, or "settings"/"cancel"}
+  StatusOr<nlohmann::json> tapAlert(const nlohmann::json& request);
+  // {"latitude": .., "longitude": .., "altitude": ..?}
+  StatusOr<nlohmann::json> deliverFix(const nlohmann::json& request);
+  // Any of {"cameraAccess", "libraryAccess", "cameraAnswer", "libraryAnswer",
+  // "sources": [...]}; returns the device settings after the change.
+  StatusOr<nlohmann::json> configureDevice(const nlohmann::json& request);
+  StatusOr<nlohmann::json> library() const;
+
+  // Image metadata of encoded bytes ({} when it carries none readable).
+  static nlohmann::json metadataOf(const std::string& bytes);
+
+ private:
+  nlohmann::json deviceSettings() const;
+
+  DeviceSession& session_;
+  std::string uploads_;
+  int uploadCount_ = 0;
+};
+
+}  // namespace velqor
