@@ -32,26 +32,39 @@ Status makeInputs(const json& inputs, const std::string& dir, std::map<std::stri
   if (inputs.is_null()) return Status::okStatus();
   if (!inputs.is_object()) return Status::invalidArgument("inputs: expected an object");
   for (const auto& [name, recipe] : inputs.items()) {
+    // Input names and extensions become file names inside the work directory.
+    static const std::regex kName("[A-Za-z0-9_-]{1,64}");
+    if (!std::regex_match(name, kName) || !recipe.is_object())
+      return Status::invalidArgument("inputs: each input needs a plain name ([A-Za-z0-9_-]) and an object");
     const std::string kind = recipe.value("kind", "");
+    const int width = recipe.value("width", kind == "png" ? 640 : 1024);
+    const int height = recipe.value("height", kind == "png" ? 480 : 768);
+    if (width < 1 || height < 1 || width > 8192 || height > 8192)
+      return Status::invalidArgument("inputs." + name + ": width and height must be from 1 to 8192");
     std::string path;
     if (kind == "camera-jpeg") {
       path = dir + "/" + name + ".jpg";
-      ASSIGN_OR_RETURN(Bytes b, SampleImages::cameraJpeg(recipe.value("width", 1024), recipe.value("height", 768),
+      ASSIGN_OR_RETURN(Bytes b, SampleImages::cameraJpeg(width, height,
                                                         recipe.value("orientation", 6), recipe.value("quality", 92)));
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
     } else if (kind == "png") {
       path = dir + "/" + name + ".png";
-      ASSIGN_OR_RETURN(Bytes b, PngCodec::encode(SampleImages::scene(recipe.value("width", 640), recipe.value("height", 480))));
+      ASSIGN_OR_RETURN(Bytes b, PngCodec::encode(SampleImages::scene(width, height)));
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, b));
     } else if (kind == "movie") {
       path = dir + "/" + name + ".mov";
       MovieSpec m;
       m.seconds = recipe.value("seconds", 1.0);
+      if (!(m.seconds > 0 && m.seconds <= 60)) return Status::invalidArgument("inputs." + name + ": seconds must be from 0 to 60");
       m.audio = recipe.value("audio", true);
       m.video = recipe.value("video", true);
       RETURN_IF_ERROR(SampleMovies::make(path, m));
     } else if (kind == "bytes") {
-      path = dir + "/" + name + recipe.value("extension", std::string(".bin"));
+      const std::string extension = recipe.value("extension", std::string(".bin"));
+      static const std::regex kExtension("(\\.[A-Za-z0-9]{1,8})?");
+      if (!std::regex_match(extension, kExtension))
+        return Status::invalidArgument("inputs." + name + ": extension must be a dot and up to 8 letters or digits");
+      path = dir + "/" + name + extension;
       std::string text = recipe.value("text", "");
       RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size())));
     } else {
@@ -188,6 +201,8 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
   json scenario = json::parse(in, nullptr, false);
   if (scenario.is_discarded() || !scenario.is_object()) return Status::invalidArgument(file + ": not a JSON object");
   ScenarioResult result;
+  if (!scenario.value("name", json("")).is_string() || !scenario.value("description", json("")).is_string())
+    return Status::invalidArgument(file + ": name and description must be strings");
   result.name = scenario.value("name", fs::path(file).stem().string());
   result.description = scenario.value("description", "");
   const std::string work = workDirectory + "/" + fs::path(file).stem().string();

@@ -1,0 +1,166 @@
+#include "fuzz/FuzzTargets.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <future>
+
+#include "capture/PictureOptions.h"
+#include "cli/ScenarioRunner.h"
+#include "host/CallBackManager.h"
+#include "host/FileBytes.h"
+#include "host/ValueJson.h"
+#include "platform/ExportSession.h"
+#include "platform/StringsFile.h"
+#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/ImageMetadata.h"
+#include "platform/linux/LinuxImageCodec.h"
+#include "platform/linux/PngCodec.h"
+#include "platform/linux/SampleImages.h"
+#include "platform/linux/SampleMovies.h"
+#include "results/ImageGeometry.h"
+
+namespace velqor::fuzz {
+namespace {
+
+using Seeds = std::vector<std::pair<std::string, std::string>>;
+
+std::string text(const Bytes& b) { return std::string(b.begin(), b.end()); }
+
+// A scratch directory per process, removed at exit.
+const std::string& scratch() {
+  static const std::string dir = [] {
+    std::string pattern = (std::filesystem::temp_directory_path() / "velqor-fuzz-XXXXXX").string();
+    return std::string(::mkdtemp(pattern.data()) ? pattern : "");
+  }();
+  static const struct Remover {
+    ~Remover() {
+      std::error_code ec;
+      std::filesystem::remove_all(dir, ec);
+    }
+  } remover;
+  return dir;
+}
+
+Seeds argumentSeeds() {
+  return {{"defaults.json", "[]"},
+          {"file-uri.json", "[50, 1, 1, 1024, 768, 0, 0, true, true, true, null, true, true]"},
+          {"fractions.json", "[150.5, 3.0, -1, 1e3, \"x\", 9, 2, 1, 0]"},
+          {"nested.json", "[{\"a\": [1, 2]}, [[]], null, 1e308, -0.0]"}};
+}
+
+Seeds imageSeeds() {
+  Seeds s;
+  if (auto jpeg = SampleImages::cameraJpeg(96, 64, 6, 80); jpeg.ok()) s.push_back({"camera.jpg", text(*jpeg)});
+  if (auto jpeg = SampleImages::cameraJpeg(33, 17, 8, 30); jpeg.ok()) s.push_back({"odd.jpg", text(*jpeg)});
+  if (auto png = PngCodec::encode(SampleImages::scene(40, 30)); png.ok()) s.push_back({"scene.png", text(*png)});
+  return s;
+}
+
+Seeds stringsSeeds() {
+  std::string utf16 = "\xFF\xFE";
+  for (char c : std::string("\"k\" = \"v\";\n")) utf16 += std::string{c, '\0'};
+  return {{"plain.strings", "/* note */\n\"camera_access_title\" = \"Camera\";\n\"k2\" = \"a \\\"q\\\" \\n\";\n"},
+          {"utf16.strings", utf16}};
+}
+
+Seeds scenarioSeeds() {
+  return {{"capture.json",
+           R"({"name":"f","inputs":{"photo":{"kind":"camera-jpeg","width":64,"height":48}},"user":{"photo":"$photo"},)"
+           R"("steps":[{"call":"takePicture","args":[50,1,1],"label":"first"}],"expect":{"answers":[{"command":"first","status":"OK"}]}})"},
+          {"denied.json",
+           R"({"device":{"cameraAccess":"denied"},"user":{"tap":"cancel"},"steps":[{"call":"takePicture","args":[50,1,1]}]})"},
+          {"bytes.json",
+           R"({"inputs":{"x":{"kind":"bytes","extension":".jpg","text":"nope"}},"user":{"photo":"$x"},"steps":[{"call":"takePicture","args":[10,0,1]}]})"}};
+}
+
+Seeds movieSeeds() {
+  Seeds s;
+  const std::string path = scratch() + "/seed.mov";
+  MovieSpec m;
+  m.seconds = 0.3;
+  if (SampleMovies::make(path, m).ok())
+    if (auto bytes = FileBytes::read(path); bytes.ok()) s.push_back({"short.mov", text(*bytes)});
+  return s;
+}
+
+}  // namespace
+
+int takePictureArguments(const std::uint8_t* data, std::size_t size) {
+  auto args = argumentsFromJson(std::string_view(reinterpret_cast<const char*>(data), size));
+  if (!args.ok()) return 0;
+  auto command = std::make_shared<VelqorCommand>("fuzz", "takePicture", *args);
+  CallBackManager cb(command, nullptr, std::make_shared<AnswerLog>());
+  (void)PictureOptions::createFromTakePictureArguments(cb);
+  return 0;
+}
+
+int imagePipeline(const std::uint8_t* data, std::size_t size) {
+  static LinuxImageCodec codec;
+  auto bytes = std::make_shared<const Bytes>(data, data + size);
+  if (!codec.probe(*bytes).ok()) return 0;
+  auto image = codec.imageWithData(bytes);
+  if (!image) return 0;
+  image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
+  if (!image) return 0;
+  if (auto scaled = ImageGeometry::imageByScalingNotCroppingForSize(*image, {48, 48})) image = scaled;
+  (void)codec.jpegRepresentation(*image, 0.5);
+  (void)codec.pngRepresentation(*image);
+  return 0;
+}
+
+int imageMetadata(const std::uint8_t* data, std::size_t size) {
+  const std::span<const std::uint8_t> bytes(data, size);
+  auto properties = ImageMetadata::read(bytes);
+  if (!properties.ok()) return 0;
+  (void)ImageMetadata::write(bytes, *properties);
+  return 0;
+}
+
+int stringsFile(const std::uint8_t* data, std::size_t size) {
+  (void)StringsFile::parse(std::string_view(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
+
+int scenarioFile(const std::uint8_t* data, std::size_t size) {
+  const std::string file = scratch() + "/scenario.json";
+  if (!FileBytes::writeAtomically(file, std::span(data, size)).ok()) return 0;
+  (void)ScenarioRunner::run(file, scratch() + "/work");
+  return 0;
+}
+
+int movieExport(const std::uint8_t* data, std::size_t size) {
+  static FfmpegMediaExport exporter;
+  const std::string input = scratch() + "/input.mov";
+  const std::string output = scratch() + "/output.mp4";
+  std::error_code ec;
+  std::filesystem::remove(output, ec);
+  if (!FileBytes::writeAtomically(input, std::span(data, size)).ok()) return 0;
+  auto session = exporter.makeSession(Url::fileUrlWithPath(input), ExportSession::presetPassthrough);
+  if (!session) return 0;
+  session->setOutputFileType(ExportSession::fileTypeMPEG4);
+  session->setOutputURL(Url::fileUrlWithPath(output));
+  session->setShouldOptimizeForNetworkUse(true);
+  std::promise<void> done;
+  session->exportAsynchronously([&done] { done.set_value(); });
+  done.get_future().wait();
+  return 0;
+}
+
+const std::vector<Target>& targets() {
+  static const std::vector<Target> all{{"take_picture_arguments", takePictureArguments, argumentSeeds},
+                                       {"image_pipeline", imagePipeline, imageSeeds},
+                                       {"image_metadata", imageMetadata, imageSeeds},
+                                       {"strings_file", stringsFile, stringsSeeds},
+                                       {"scenario_file", scenarioFile, scenarioSeeds},
+                                       {"movie_export", movieExport, movieSeeds}};
+  return all;
+}
+
+const Target* targetNamed(const std::string& name) {
+  for (const auto& t : targets())
+    if (name == t.name) return &t;
+  return nullptr;
+}
+
+}  // namespace velqor::fuzz
