@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench bench-deps test-browser serve clean
+.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak clean
 
 deps:
 	bash scripts/install-deps.sh
@@ -34,6 +34,32 @@ test-browser: build
 	command -v node >/dev/null || apt-get install -y --no-install-recommends nodejs
 	cd $(BUILD) && ctest --output-on-failure -R browser_capture
 	@echo "screenshot: $(BUILD)/browser-capture.png"
+
+# The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer, and
+# under ThreadSanitizer, each in a build folder of its own.
+test-asan: deps
+	cmake -S . -B build-asan -G Ninja -DVELQOR_SANITIZE=address
+	cmake --build build-asan -j $(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS) --timeout 900
+
+test-tsan: deps
+	cmake -S . -B build-tsan -G Ninja -DVELQOR_SANITIZE=thread
+	cmake --build build-tsan -j $(JOBS)
+	cd build-tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  ctest --output-on-failure -j $(JOBS) --timeout 900
+
+# Every libFuzzer target for FUZZ_SECONDS each (clang build in build-fuzz);
+# crashes land in build-fuzz/fuzz-findings/.
+FUZZ_SECONDS ?= 30
+fuzz-smoke: deps
+	command -v clang++ >/dev/null || apt-get install -y --no-install-recommends clang libclang-rt-14-dev
+	bash scripts/fuzz.sh $(FUZZ_SECONDS)
+
+# 10,000 capture cycles in one process, then the library's crash safety at 1,000 kill points.
+soak: build
+	$(BUILD)/tests/soak 10000
+	VELQOR_CRASH_POINTS=1000 $(BUILD)/tests/velqor_tests --gtest_filter='*KillNine*'
 
 serve: build
 	$(BUILD)/velqor-camera serve

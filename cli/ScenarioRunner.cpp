@@ -1,5 +1,6 @@
 #include "cli/ScenarioRunner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -33,8 +34,8 @@ Status makeInputs(const json& inputs, const std::string& dir, std::map<std::stri
   if (!inputs.is_object()) return Status::invalidArgument("inputs: expected an object");
   for (const auto& [name, recipe] : inputs.items()) {
     // Input names and extensions become file names inside the work directory.
-    static const std::regex kName("[A-Za-z0-9_-]{1,64}");
-    if (!std::regex_match(name, kName) || !recipe.is_object())
+    const auto plainChar = [](unsigned char c) { return std::isalnum(c) || c == '_' || c == '-'; };
+    if (name.empty() || name.size() > 64 || !std::all_of(name.begin(), name.end(), plainChar) || !recipe.is_object())
       return Status::invalidArgument("inputs: each input needs a plain name ([A-Za-z0-9_-]) and an object");
     const std::string kind = recipe.value("kind", "");
     const int width = recipe.value("width", kind == "png" ? 640 : 1024);
@@ -61,8 +62,10 @@ Status makeInputs(const json& inputs, const std::string& dir, std::map<std::stri
       RETURN_IF_ERROR(SampleMovies::make(path, m));
     } else if (kind == "bytes") {
       const std::string extension = recipe.value("extension", std::string(".bin"));
-      static const std::regex kExtension("(\\.[A-Za-z0-9]{1,8})?");
-      if (!std::regex_match(extension, kExtension))
+      const bool plainExtension =
+          extension.empty() || (extension.size() <= 9 && extension.size() >= 2 && extension[0] == '.' &&
+                                std::all_of(extension.begin() + 1, extension.end(), [](unsigned char c) { return std::isalnum(c); }));
+      if (!plainExtension)
         return Status::invalidArgument("inputs." + name + ": extension must be a dot and up to 8 letters or digits");
       path = dir + "/" + name + extension;
       std::string text = recipe.value("text", "");

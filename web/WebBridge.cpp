@@ -3,7 +3,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
-#include <regex>
+#include <algorithm>
 
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
@@ -71,9 +71,10 @@ StatusOr<nlohmann::json> WebBridge::call(const nlohmann::json& request) {
   RETURN_IF_ERROR(requireObject(request));
   const auto op = request.find("operation");
   if (op == request.end() || !op->is_string()) return Status::invalidArgument("\"operation\" must be a string");
-  static const std::regex kName("[A-Za-z][A-Za-z0-9]{0,63}");
   const std::string name = op->get<std::string>();
-  if (!std::regex_match(name, kName) || !session_.host().hasOperation(name + ":"))
+  const bool plainName = !name.empty() && name.size() <= 64 && std::isalpha(static_cast<unsigned char>(name[0])) &&
+                         std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c); });
+  if (!plainName || !session_.host().hasOperation(name + ":"))
     return Status::invalidArgument("the plug-in has no command operation \"" + name + "\"");
   std::string argsText = "[]";
   if (const auto args = request.find("args"); args != request.end()) {
