@@ -127,18 +127,22 @@ void runChild(const CorpusEntry& entry, const std::string& file, const Layout& l
       continue;
     }
     const auto& a = answers[0];
-    if (const auto after = resultFiles(layout.tmp); a.status != CommandStatus::OK && after != before) {
-      out << destination << " leftover after " << std::string(commandStatusName(a.status)) << ": " << a.messageText()
-          << "; files:";
+    // Two error answers keep the file they wrote, by the plug-in's contract: a
+    // photo path that is not a valid URL, and a movie asked for as a native URI.
+    const std::string message = a.messageText();
+    const bool keepsItsFile = a.status == CommandStatus::UNABLE_FILE_WRITE &&
+                              (message == "Invalid image path" || message == "Fail take picture");
+    if (const auto after = resultFiles(layout.tmp); a.status != CommandStatus::OK && !keepsItsFile && after != before) {
+      out << destination << " leftover after " << std::string(commandStatusName(a.status)) << ": " << message << "; files:";
       for (const auto& f : after) out << " " << f;
       out << "\n";
       continue;
     }
     std::string detail = std::string(commandStatusName(a.status));
     if (a.status != CommandStatus::OK) {
-      std::string message = a.messageText();
-      std::replace(message.begin(), message.end(), '\n', ' ');
-      detail += " " + message.substr(0, 80);
+      std::string line = message;
+      std::replace(line.begin(), line.end(), '\n', ' ');
+      detail += " " + line.substr(0, 80);
     }
     out << destination << " " << outcome << " " << detail << "\n";
   }

@@ -31,8 +31,8 @@ int fromExif(long tag);
 // Pixels stay encoded until they are needed. An image made by drawing another
 // one keeps the source and the drawing (an exact pixel permutation, then a
 // resize to whole pixels), so a chain of corrections and scalings is realized
-// in one pass: decoded at the smallest codec scale that still leaves twice the
-// final size, permuted on the reduced bitmap, and resampled once.
+// in one pass: decoded at the smallest codec scale that still leaves 1.5 times
+// the final size, permuted on the reduced bitmap, and resampled once.
 //
 // Threads: immutable; any thread.
 class PlatformImage final : public PlatformObject {

@@ -1,7 +1,5 @@
 #include "results/ImageResult.h"
 
-#include <unistd.h>
-
 #include "files/TempFiles.h"
 #include "host/Base64.h"
 #include "host/VLog.h"
@@ -94,11 +92,7 @@ Task<ResultPair> fileUri(Context& c) {
   auto written = TempFiles::writeNew(path, *encoded, TempFiles::standardizedDirectory(*c.core));
   if (!written.ok()) co_return ResultPair::failure(CommandStatus::UNABLE_FILE_WRITE, "Fail write image file");
   auto url = Url::fromString(*written);
-  if (!url) {
-    // The path cannot be answered as a URL, so no one could find the file: remove it.
-    ::unlink(written->c_str());
-    co_return ResultPair::failure(CommandStatus::UNABLE_FILE_WRITE, "Invalid image path");
-  }
+  if (!url) co_return ResultPair::failure(CommandStatus::UNABLE_FILE_WRITE, "Invalid image path");
   co_return ResultPair::success(
       Dictionary{{"callbackURI", Value(c.core->ops().urlTransformer(*url).absoluteString())}});
 }

@@ -62,8 +62,6 @@ Task<ResultPair> VideoResult::resultForVideo(std::shared_ptr<PluginCore> core, s
       *options->destinationType == DestinationType::destinationTypeNativeUri) {
     // The file is still read first, as its absence is the earlier failure.
     if (::access(path.c_str(), R_OK) != 0) co_return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, kFailTakePicture);
-    // No answer will ever name the exported movie: it is not left behind.
-    ::unlink(path.c_str());
     co_return ResultPair::failure(CommandStatus::UNABLE_FILE_WRITE, kFailTakePicture);
   }
   if (*options->destinationType == DestinationType::destinationTypeDataUrl) {

@@ -29,7 +29,7 @@ std::string nmeaLog() {
   };
   std::string log;
   for (int i = 0; i < 40; ++i) {
-    char t[16];
+    char t[32];
     std::snprintf(t, sizeof t, "2359%02d.25", 10 + i);
     log += sentence(std::string("GPGGA,") + t + ",3330.0000,S,15112.0000,E,1,08,0.9,25.0,M,0.0,M,,");
     log += sentence(std::string("GPRMC,") + t + ",A,3330.0000,S,15112.0000,E,0.0,0.0,050324,,,A");
@@ -37,7 +37,9 @@ std::string nmeaLog() {
   return log;
 }
 
-// gpsd's replay tool feeding the log to a private gpsd on a port of its own.
+// gpsd's replay tool feeding the log to a private gpsd on a port of its own,
+// over and over, so a client that connects late on a loaded machine still
+// hears fixes.
 class GpsdReplay : public testing::MediaHarness {
  protected:
   void SetUp() override {
@@ -47,9 +49,9 @@ class GpsdReplay : public testing::MediaHarness {
                       "gpsd-backed location tests";
     std::ofstream(dir_.path("fix.nmea")) << nmeaLog();
     port_ = std::to_string(29500 + ::getpid() % 400);
-    std::string timeout = "/usr/bin/timeout", seconds = "60", fake = "/usr/bin/gpsfake", quiet = "-q", once = "-1",
+    std::string timeout = "/usr/bin/timeout", seconds = "60", fake = "/usr/bin/gpsfake", quiet = "-q",
                 cycle = "-c", cycleValue = "0.05", portFlag = "-P", log = dir_.path("fix.nmea");
-    char* argv[] = {timeout.data(), seconds.data(), fake.data(), quiet.data(), once.data(), cycle.data(),
+    char* argv[] = {timeout.data(), seconds.data(), fake.data(), quiet.data(), cycle.data(),
                     cycleValue.data(), portFlag.data(), port_.data(), log.data(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
