@@ -171,6 +171,14 @@ TEST_F(SqliteLibrary, ACorruptIndexIsReportedNotRecreated) {
 
 std::string helperPath() { return std::string(VELQOR_BINARY_DIR) + "/tests/library_crash_child"; }
 
+// The helper's saves start within a few milliseconds; a sanitizer makes its
+// start-up ten times slower, so the kill points spread ten times wider.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kKillWindowUs = 250'000;
+#else
+constexpr int kKillWindowUs = 25'000;
+#endif
+
 TEST_F(SqliteLibrary, KillNineOfTwoWritersLosesNoReportedSaveAndLeavesNoHalfEntry) {
   const char* env = std::getenv("VELQOR_CRASH_POINTS");
   const int points = env ? std::atoi(env) : 120;
@@ -194,7 +202,7 @@ TEST_F(SqliteLibrary, KillNineOfTwoWritersLosesNoReportedSaveAndLeavesNoHalfEntr
       ::close(fds[1]);
       children.emplace_back(pid, fds[0]);
     }
-    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(500, 25000)(rng)));
+    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(500, kKillWindowUs)(rng)));
     for (auto [pid, fd] : children) {
       ::kill(pid, SIGKILL);
       int status = 0;

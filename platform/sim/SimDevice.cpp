@@ -99,8 +99,10 @@ void SimDevice::dismiss(const std::shared_ptr<ViewController>& presenter,
     presented->setPresenting(nullptr);
     {
       std::lock_guard lock(self->mutex_);
-      auto& s = self->stack_;
-      s.erase(std::remove(s.begin(), s.end(), presented), s.end());
+      std::erase_if(self->stack_, [&](const std::weak_ptr<ViewController>& vc) {
+        auto alive = vc.lock();
+        return !alive || alive == presented;
+      });
     }
     self->events_->record({{"event", presented->kindName() + "Dismissed"}});
     if (completion) completion();
@@ -119,7 +121,10 @@ void SimDevice::userActs(const std::shared_ptr<ViewController>& appeared) {
 
 std::vector<std::shared_ptr<ViewController>> SimDevice::onScreen() const {
   std::lock_guard lock(mutex_);
-  return {stack_.begin() + (stack_.empty() ? 0 : 1), stack_.end()};
+  std::vector<std::shared_ptr<ViewController>> shown;
+  for (size_t i = 1; i < stack_.size(); ++i)
+    if (auto vc = stack_[i].lock()) shown.push_back(std::move(vc));
+  return shown;
 }
 
 bool SimDevice::tapAlertButton(const std::string& which) {

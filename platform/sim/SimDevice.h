@@ -91,7 +91,11 @@ class SimDevice final : public Screen,
   std::shared_ptr<Executor> main_;
   std::shared_ptr<Executor> platform_;
   std::shared_ptr<SimEventLog> events_;
-  std::vector<std::shared_ptr<ViewController>> stack_;
+  // What is on the screen, root first. Held weakly: the host owns its root
+  // view controller and each presenter its presented one, and every view
+  // controller holds this device as its screen, so a strong link here would
+  // keep the whole screen alive forever.
+  std::vector<std::weak_ptr<ViewController>> stack_;
 };
 
 }  // namespace velqor
