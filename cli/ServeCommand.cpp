@@ -62,6 +62,9 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       UploadDirectory uploads;
       if (uploads.path().empty()) throw UsageError{"cannot create a directory for the page's files"};
       auto& s = **session;
+      // A page may run for days: keep the recent answers and events, not all of them.
+      s.host().answers()->setRetention(256);
+      s.device().events()->setRetention(1024);
       WebBridge bridge(s, uploads.path());
       const std::string tmp = s.services().temporaryDirectory->path();
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));

@@ -8,7 +8,13 @@ void AnswerLog::record(Answer answer) {
     std::lock_guard lock(mutex_);
     answer.afterFinal = finished_.count(answer.callbackId) > 0;
     if (!answer.keepCallback) finished_.insert(answer.callbackId);
+    ++counts_[answer.callbackId];
+    if (answer.afterFinal) doubled_.push_back(answer);
     answers_.push_back(answer);
+    while (answers_.size() > retention_) {
+      answers_.pop_front();
+      ++dropped_;
+    }
     listener = listener_;
   }
   if (listener) listener(answer);
@@ -19,9 +25,31 @@ void AnswerLog::setListener(Listener listener) {
   listener_ = std::move(listener);
 }
 
+void AnswerLog::setRetention(size_t keep) {
+  std::lock_guard lock(mutex_);
+  retention_ = keep;
+  while (answers_.size() > retention_) {
+    answers_.pop_front();
+    ++dropped_;
+  }
+}
+
 std::vector<Answer> AnswerLog::answers() const {
   std::lock_guard lock(mutex_);
-  return answers_;
+  return {answers_.begin(), answers_.end()};
+}
+
+std::vector<Answer> AnswerLog::answersFrom(size_t index) const {
+  std::lock_guard lock(mutex_);
+  const size_t skip = index > dropped_ ? index - dropped_ : 0;
+  if (skip >= answers_.size()) return {};
+  return {answers_.begin() + static_cast<std::ptrdiff_t>(skip), answers_.end()};
+}
+
+size_t AnswerLog::answerCount(const std::string& callbackId) const {
+  std::lock_guard lock(mutex_);
+  const auto it = counts_.find(callbackId);
+  return it == counts_.end() ? 0 : it->second;
 }
 
 std::vector<Answer> AnswerLog::answersFor(const std::string& callbackId) const {
@@ -34,10 +62,7 @@ std::vector<Answer> AnswerLog::answersFor(const std::string& callbackId) const {
 
 std::vector<Answer> AnswerLog::doubleAnswers() const {
   std::lock_guard lock(mutex_);
-  std::vector<Answer> out;
-  for (const auto& a : answers_)
-    if (a.afterFinal) out.push_back(a);
-  return out;
+  return doubled_;
 }
 
 bool AnswerLog::isAnswered(const std::string& callbackId) const {
@@ -47,7 +72,7 @@ bool AnswerLog::isAnswered(const std::string& callbackId) const {
 
 size_t AnswerLog::size() const {
   std::lock_guard lock(mutex_);
-  return answers_.size();
+  return dropped_ + answers_.size();
 }
 
 }  // namespace velqor

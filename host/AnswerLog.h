@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/Answer.h"
@@ -21,17 +24,32 @@ class AnswerLog {
   void record(Answer answer);
   void setListener(Listener listener);
 
+  // A long-running host keeps only the last `keep` answers whole; older ones
+  // leave their count per command and, when they came after a final answer,
+  // their record. Unlimited by default.
+  void setRetention(size_t keep);
+
+  // The answers kept, in arrival order.
   std::vector<Answer> answers() const;
+  // The kept answers whose arrival index (from 0) is `index` or later.
+  std::vector<Answer> answersFrom(size_t index) const;
   std::vector<Answer> answersFor(const std::string& callbackId) const;
+  // How many answers a command received, kept or not.
+  size_t answerCount(const std::string& callbackId) const;
   // Answers that arrived after their command's final answer.
   std::vector<Answer> doubleAnswers() const;
   bool isAnswered(const std::string& callbackId) const;
+  // Every answer ever recorded, kept or not.
   size_t size() const;
 
  private:
   mutable std::mutex mutex_;
-  std::vector<Answer> answers_;
+  std::deque<Answer> answers_;
+  size_t dropped_ = 0;
+  size_t retention_ = SIZE_MAX;
   std::set<std::string> finished_;
+  std::unordered_map<std::string, size_t> counts_;
+  std::vector<Answer> doubled_;
   Listener listener_;
 };
 

@@ -103,5 +103,28 @@ TEST(AnswerJsonForms, MessageAndEmptyPayloads) {
   EXPECT_EQ(answers[1].toJsonLine(), R"({"keepCallback":false,"payload":null,"status":"OK"})");
 }
 
+TEST(AnswerLogRetention, KeepsRecentAnswersWholeAndEveryCountAndDoubleAnswer) {
+  auto log = std::make_shared<AnswerLog>();
+  log->setRetention(3);
+  for (int i = 0; i < 10; ++i) {
+    auto cmd = std::make_shared<VelqorCommand>("c" + std::to_string(i), "cleanup", Array{});
+    CallBackManager cb(cmd, nullptr, log);
+    cb.success(false);
+    if (i == 2) cb.success(false);  // a second final answer, long before the end
+  }
+  EXPECT_EQ(log->size(), 11u);
+  EXPECT_EQ(log->answers().size(), 3u);
+  EXPECT_EQ(log->answers().front().callbackId, "c7");
+  EXPECT_EQ(log->answerCount("c0"), 1u);
+  EXPECT_EQ(log->answerCount("c2"), 2u);
+  EXPECT_TRUE(log->isAnswered("c0"));
+  ASSERT_EQ(log->doubleAnswers().size(), 1u);
+  EXPECT_EQ(log->doubleAnswers()[0].callbackId, "c2");
+  // A reader that has seen 9 answers gets the last two; one far behind gets what is kept.
+  EXPECT_EQ(log->answersFrom(9).size(), 2u);
+  EXPECT_EQ(log->answersFrom(0).size(), 3u);
+  EXPECT_TRUE(log->answersFrom(11).empty());
+}
+
 }  // namespace
 }  // namespace velqor

@@ -89,20 +89,20 @@ StatusOr<nlohmann::json> WebBridge::call(const nlohmann::json& request) {
 
 nlohmann::json WebBridge::state(size_t answersFrom, size_t eventsFrom) const {
   nlohmann::json out;
-  const auto answers = session_.host().answers()->answers();
-  out["answerCount"] = answers.size();
+  const auto& log = *session_.host().answers();
+  out["answerCount"] = log.size();
   auto list = nlohmann::json::array();
-  for (size_t i = answersFrom; i < answers.size(); ++i) {
-    auto a = answers[i].toJson();
-    a["callbackId"] = answers[i].callbackId;
-    a["afterFinal"] = answers[i].afterFinal;
+  for (const auto& answer : log.answersFrom(answersFrom)) {
+    auto a = answer.toJson();
+    a["callbackId"] = answer.callbackId;
+    a["afterFinal"] = answer.afterFinal;
     list.push_back(std::move(a));
   }
   out["answers"] = std::move(list);
-  const auto events = session_.device().events()->events();
-  out["eventCount"] = events.size();
+  const auto& events = *session_.device().events();
+  out["eventCount"] = events.total();
   auto eventList = nlohmann::json::array();
-  for (size_t i = eventsFrom; i < events.size(); ++i) eventList.push_back(plain(events[i]));
+  for (const auto& e : events.eventsFrom(eventsFrom)) eventList.push_back(plain(e));
   out["events"] = std::move(eventList);
   auto screen = nlohmann::json::array();
   for (const auto& vc : session_.device().onScreen()) screen.push_back(plain(SimDevice::describe(*vc)));

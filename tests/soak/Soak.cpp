@@ -79,6 +79,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   auto& s = **created;
+  // One host process running for hours keeps recent answers and events only.
+  s.host().answers()->setRetention(64);
+  s.device().events()->setRetention(256);
   auto library = s.library().importFile(photo);
   if (!library.ok()) return 1;
 
@@ -165,9 +168,9 @@ int main(int argc, char** argv) {
   // without an answer is lost.
   int lost = 0, doubled = 0, superseded = 0;
   for (const auto& c : commands) {
-    const auto answers = s.host().answers()->answersFor(c);
-    if (answers.empty()) ++(pairFirsts.count(c) ? superseded : lost);
-    if (answers.size() > 1) ++doubled;
+    const size_t answers = s.host().answers()->answerCount(c);
+    if (answers == 0) ++(pairFirsts.count(c) ? superseded : lost);
+    if (answers > 1) ++doubled;
   }
   int leftFiles = 0;
   std::error_code ec;
