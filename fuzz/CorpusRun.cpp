@@ -204,10 +204,10 @@ int main(int argc, char** argv) {
   const fs::path full = root / "dirs" / "full-disk";
   fs::create_directories(full);
   std::string fullDisk = "not available (no permission to mount a tmpfs)";
-  if (::mount("tmpfs", full.c_str(), "tmpfs", 0, "size=96k") == 0) {
+  if (::mount("tmpfs", full.c_str(), "tmpfs", 0, "size=8k") == 0) {
     cleanup.mounts.push_back(full.string());
     layouts.push_back({"full-disk", (full / "tmp").string(), (root / "dirs" / "full-disk-library").string()});
-    fullDisk = "a 96 KiB tmpfs as the temporary directory";
+    fullDisk = "an 8 KiB tmpfs as the temporary directory";
   }
   const auto outsideBefore = snapshot(outside);
   const auto inputsBefore = snapshot(inputs);
@@ -255,6 +255,7 @@ int main(int argc, char** argv) {
     }
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
+      if (std::getenv("VELQOR_CORPUS_VERBOSE")) std::cout << entry.family << "/" << entry.name << " [" << layout.name << "] " << line << "\n";
       std::istringstream words(line);
       std::string destination, outcome, detail;
       words >> destination >> outcome;
