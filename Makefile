@@ -20,13 +20,14 @@ demo: build
 	bash scripts/demo.sh $(BUILD)
 
 bench: build
+	bash bench/peers.sh $(BUILD)/velqor-camera
 	$(BUILD)/bench/image_bench
 	bash bench/video_memory.sh $(BUILD)/velqor-camera
 	bash bench/remux.sh $(BUILD)/velqor-camera
 
 # Tools the benchmarks compare against; not needed to build or test.
 bench-deps:
-	apt-get install -y --no-install-recommends ffmpeg
+	apt-get install -y --no-install-recommends ffmpeg libvips-tools imagemagick python3-pil
 
 # The page in a real browser: installs Chromium (and Node.js) when missing.
 test-browser: build

@@ -9,11 +9,11 @@ seconds="${1:-30}"
 shift || true
 build=build-fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DVELQOR_FUZZ=ON >/dev/null
-cmake --build "$build" -j "$(nproc)"
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(take_picture_arguments image_pipeline image_metadata strings_file scenario_file movie_export)
 fi
+cmake --build "$build" -j "$(nproc)" --target fuzz_replay $(printf 'fuzz_%s ' "${targets[@]}")
 "$build/fuzz/fuzz_replay" --seeds "$build/fuzz-seeds"
 mkdir -p "$build/fuzz-findings"
 status=0
