@@ -399,9 +399,9 @@ StatusOr<std::vector<CorpusEntry>> AdversarialCorpus::make(const std::string& sc
   b.flips("flipped-arithmetic-jpeg", ".jpg", jpeg({.width = 40, .height = 40, .arithmetic = true}), 20);
 
   // Movies.
-  auto movie = [&](const MovieSpec& spec, const std::string& name) -> StatusOr<std::string> {
+  auto movie = [&](const MovieSpec& recipe, const std::string& name) -> StatusOr<std::string> {
     const std::string path = scratch + "/" + name;
-    RETURN_IF_ERROR(SampleMovies::make(path, spec));
+    RETURN_IF_ERROR(SampleMovies::make(path, recipe));
     ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(path));
     return text(bytes);
   };

@@ -36,17 +36,46 @@ INSTANTIATE_TEST_SUITE_P(Shipped, Scenarios, ::testing::ValuesIn(scenarioFiles()
   return name;
 });
 
-TEST(ScenarioFiles, ABrokenScenarioIsAClearError) {
-  const std::string dir = std::string(VELQOR_BINARY_DIR) + "/scenario-tests";
+struct BrokenScenario {
+  std::string name;
+  std::string text;
+  std::string message;  // part of the error
+};
+
+class BrokenScenarios : public ::testing::TestWithParam<BrokenScenario> {};
+
+// A scenario file that cannot be run is refused with a message, before any
+// input is made, and never writes outside its work directory.
+TEST_P(BrokenScenarios, AreRefusedWithAMessage) {
+  const std::string dir = std::string(VELQOR_BINARY_DIR) + "/scenario-tests/broken-" + GetParam().name;
+  fs::remove_all(dir);
   fs::create_directories(dir);
-  for (const std::string text : {"{", "[1]", R"({"steps":[{"call":"noSuchCall"}]})",
-                                 R"({"device":{"cameraAccess":"sometimes"}})", R"({"inputs":{"x":{"kind":"gif"}}})"}) {
-    const std::string file = dir + "/broken.json";
-    std::ofstream(file) << text;
-    auto result = ScenarioRunner::run(file, dir);
-    EXPECT_FALSE(result.ok()) << text;
-  }
+  const std::string file = dir + "/broken.json";
+  std::ofstream(file) << GetParam().text;
+  auto result = ScenarioRunner::run(file, dir + "/work");
+  ASSERT_FALSE(result.ok()) << GetParam().text;
+  EXPECT_NE(result.status().message().find(GetParam().message), std::string::npos) << result.status().message();
+  for (const auto& e : fs::directory_iterator(dir))
+    EXPECT_TRUE(e.path().filename() == "broken.json" || e.path().filename() == "work") << "wrote " << e.path();
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, BrokenScenarios,
+    ::testing::Values(
+        BrokenScenario{"NotJson", "{", "not a JSON object"},
+        BrokenScenario{"Array", "[1]", "not a JSON object"},
+        BrokenScenario{"UnknownCall", R"({"steps":[{"call":"noSuchCall"}]})", "noSuchCall"},
+        BrokenScenario{"UnknownAccess", R"({"device":{"cameraAccess":"sometimes"}})", "cameraAccess"},
+        BrokenScenario{"UnknownKind", R"({"inputs":{"x":{"kind":"gif"}}})", "kind must be"},
+        BrokenScenario{"NameNotString", R"({"name":3})", "must be strings"},
+        BrokenScenario{"InputNameEscapes", R"({"inputs":{"../../x":{"kind":"png"}}})", "plain name"},
+        BrokenScenario{"ExtensionEscapes", R"({"inputs":{"x":{"kind":"bytes","extension":"/../../../escaped.jpg"}}})",
+                       "extension"},
+        BrokenScenario{"HugeImage", R"({"inputs":{"x":{"kind":"camera-jpeg","width":60000,"height":60000}}})",
+                       "1 to 8192"},
+        BrokenScenario{"WidthIsText", R"({"inputs":{"x":{"kind":"png","width":"wide"}}})", "must be number"},
+        BrokenScenario{"EndlessMovie", R"({"inputs":{"x":{"kind":"movie","seconds":1e9}}})", "seconds"}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace velqor

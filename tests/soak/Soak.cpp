@@ -65,9 +65,9 @@ int main(int argc, char** argv) {
   const std::string movie = (root / "movie.mov").string();
   auto jpeg = SampleImages::cameraJpeg(320, 240, 6, 85);
   if (!jpeg.ok() || !FileBytes::writeAtomically(photo, *jpeg).ok()) return 1;
-  MovieSpec spec;
-  spec.seconds = 0.2;
-  if (!SampleMovies::make(movie, spec).ok()) return 1;
+  MovieSpec recipe;
+  recipe.seconds = 0.2;
+  if (!SampleMovies::make(movie, recipe).ok()) return 1;
 
   DeviceConfig config;
   config.temporaryDirectory = (root / "tmp").string();
