@@ -234,5 +234,46 @@ TEST_F(WebHostTest, ACaptureThroughTheBridgeAnswersWithAServedFile) {
   EXPECT_EQ(served->body.substr(0, 2), "\xFF\xD8");
 }
 
+// The page acts as the user: a camera refused in the device settings shows the
+// alert, whose cancel button answers the command; a photo waiting for a
+// location fix is answered once the page delivers one, with GPS in the file.
+TEST_F(WebHostTest, ThePageActsAsTheUserOnAlertsAndLocation) {
+  auto denied = postJson("/api/device", R"({"cameraAccess":"denied"})");
+  ASSERT_TRUE(denied);
+  ASSERT_EQ(denied->status, 200) << denied->body;
+  auto call = postJson("/api/call", R"({"operation":"takePicture","args":[50,1,1]})");
+  ASSERT_TRUE(call);
+  const std::string refused = nlohmann::json::parse(call->body)["callbackId"];
+  session_->host().runUntilQuiescent(std::chrono::seconds(5));
+  auto tap = postJson("/api/alert", R"({"button":"cancel"})");
+  ASSERT_TRUE(tap);
+  ASSERT_EQ(tap->status, 200) << tap->body;
+  ASSERT_EQ(session_->host().runUntilAnswered(refused, std::chrono::seconds(5)), HostRuntime::RunResult::answered);
+  EXPECT_EQ(session_->host().answers()->answersFor(refused)[0].messageText(), "Not have permission to use the camera.");
+
+  ASSERT_EQ(postJson("/api/device", R"({"cameraAccess":"authorized"})")->status, 200);
+  call = postJson("/api/call", R"({"operation":"takePicture","args":[50,1,1,null,null,0,0,false,false,false,null,false,true]})");
+  const std::string located = nlohmann::json::parse(call->body)["callbackId"];
+  session_->host().runUntilQuiescent(std::chrono::seconds(5));
+  auto sample = SampleImages::cameraJpeg(200, 150, 1, 90);
+  auto chosen = send([&](httplib::Client& c) {
+    httplib::MultipartFormDataItems items{{"file", std::string(sample->begin(), sample->end()), "p.jpg", "image/jpeg"},
+                                          {"kind", "photo", "", ""}};
+    return c.Post("/api/picker/file", items);
+  });
+  ASSERT_EQ(chosen->status, 200) << chosen->body;
+  session_->host().runUntilQuiescent(std::chrono::seconds(10));
+  EXPECT_FALSE(session_->host().answers()->isAnswered(located)) << "answered before the fix";
+  auto fix = postJson("/api/location", R"({"latitude":-33.5,"longitude":151.25,"altitude":12})");
+  ASSERT_EQ(fix->status, 200) << fix->body;
+  ASSERT_EQ(session_->host().runUntilAnswered(located, std::chrono::seconds(10)), HostRuntime::RunResult::answered);
+  const std::string url = session_->host().answers()->answersFor(located)[0].toJson()["payload"]["callbackURI"];
+  auto served = send([&](httplib::Client& c) { return c.Get(url.substr(server_->origin().size())); });
+  ASSERT_TRUE(served);
+  auto metadata = WebBridge::metadataOf(served->body);
+  EXPECT_EQ(metadata["{GPS}"]["LatitudeRef"], "S") << metadata.dump();
+  EXPECT_NEAR(metadata["{GPS}"]["Longitude"].get<double>(), 151.25, 1e-6);
+}
+
 }  // namespace
 }  // namespace velqor
