@@ -1,6 +1,7 @@
 #include "cli/DeviceOptions.h"
 
 #include "cli/Cli.h"
+#include "platform/sim/AccessStateNames.h"
 
 #include <cmath>
 #include <cstdio>
@@ -10,11 +11,7 @@ namespace velqor::cli {
 namespace {
 
 std::int64_t accessState(const std::string& text, bool allowLimited, const std::string& option) {
-  static const std::map<std::string, std::int64_t> kStates{{"notDetermined", AccessState::notDetermined},
-                                                           {"restricted", AccessState::restricted},
-                                                           {"denied", AccessState::denied},
-                                                           {"authorized", AccessState::authorized},
-                                                           {"limited", AccessState::limited}};
+  const auto& kStates = accessStateNames();
   auto it = kStates.find(text);
   if (it == kStates.end() || (!allowLimited && it->second == AccessState::limited))
     throw UsageError{option + ": unknown access state \"" + text + "\" (notDetermined, restricted, denied, authorized" +

@@ -13,6 +13,7 @@
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
+#include "platform/sim/AccessStateNames.h"
 
 namespace velqor {
 namespace fs = std::filesystem;
@@ -21,8 +22,7 @@ using json = nlohmann::json;
 namespace {
 
 StatusOr<std::int64_t> accessState(const json& v, const std::string& key) {
-  static const std::map<std::string, std::int64_t> kStates{{"notDetermined", 0}, {"restricted", 1}, {"denied", 2},
-                                                           {"authorized", 3}, {"limited", 4}};
+  const auto& kStates = accessStateNames();
   if (!v.is_string() || !kStates.count(v.get<std::string>()))
     return Status::invalidArgument(key + ": expected notDetermined, restricted, denied, authorized or limited");
   return kStates.at(v.get<std::string>());

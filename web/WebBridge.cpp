@@ -9,18 +9,10 @@
 #include "host/ValueJson.h"
 #include "platform/ImagePickerController.h"
 #include "platform/linux/ImageMetadata.h"
+#include "platform/sim/AccessStateNames.h"
 
 namespace velqor {
 namespace {
-
-const std::map<std::string, std::int64_t>& accessStates() {
-  static const std::map<std::string, std::int64_t> kStates{{"notDetermined", AccessState::notDetermined},
-                                                           {"restricted", AccessState::restricted},
-                                                           {"denied", AccessState::denied},
-                                                           {"authorized", AccessState::authorized},
-                                                           {"limited", AccessState::limited}};
-  return kStates;
-}
 
 const std::map<std::string, std::int64_t>& sourceNames() {
   static const std::map<std::string, std::int64_t> kSources{{"photoLibrary", SourceType::photoLibrary},
@@ -37,8 +29,8 @@ std::string nameOf(const std::map<std::string, std::int64_t>& names, std::int64_
 
 StatusOr<std::int64_t> accessFrom(const nlohmann::json& value, const std::string& key) {
   if (!value.is_string()) return Status::invalidArgument(key + " must be a string");
-  const auto it = accessStates().find(value.get<std::string>());
-  if (it == accessStates().end())
+  const auto it = accessStateNames().find(value.get<std::string>());
+  if (it == accessStateNames().end())
     return Status::invalidArgument(key + ": unknown access state (notDetermined, restricted, denied, authorized, limited)");
   return it->second;
 }
@@ -116,10 +108,10 @@ nlohmann::json WebBridge::deviceSettings() const {
   const auto st = session_.device().state();
   auto sources = nlohmann::json::array();
   for (auto s : st.availableSources) sources.push_back(nameOf(sourceNames(), s));
-  return {{"cameraAccess", nameOf(accessStates(), st.cameraAccess)},
-          {"libraryAccess", nameOf(accessStates(), st.libraryAccess)},
+  return {{"cameraAccess", nameOf(accessStateNames(), st.cameraAccess)},
+          {"libraryAccess", nameOf(accessStateNames(), st.libraryAccess)},
           {"cameraAnswer", st.cameraRequestGranted ? "granted" : "denied"},
-          {"libraryAnswer", nameOf(accessStates(), st.libraryRequestAnswer)},
+          {"libraryAnswer", nameOf(accessStateNames(), st.libraryRequestAnswer)},
           {"sources", std::move(sources)}};
 }
 
