@@ -4,7 +4,7 @@
 
 #include "capture/PictureOptions.h"
 #include "host/CallBackManager.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

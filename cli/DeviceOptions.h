@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 
 namespace velqor::cli {
 

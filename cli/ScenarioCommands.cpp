@@ -3,8 +3,8 @@
 #include <iostream>
 
 #include "cli/Cli.h"
-#include "cli/DemoReport.h"
-#include "cli/ScenarioRunner.h"
+#include "session/DemoReport.h"
+#include "session/ScenarioRunner.h"
 
 namespace velqor::cli {
 namespace fs = std::filesystem;

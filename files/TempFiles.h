@@ -6,7 +6,7 @@
 
 #include "host/CallBackManager.h"
 #include "host/StatusOr.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

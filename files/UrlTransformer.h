@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/Url.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

@@ -24,7 +24,7 @@
 #include <map>
 #include <sstream>
 
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 #include "fuzz/AdversarialCorpus.h"
 #include "host/FileBytes.h"
 

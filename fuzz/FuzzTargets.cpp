@@ -6,7 +6,7 @@
 #include <future>
 
 #include "capture/PictureOptions.h"
-#include "cli/ScenarioRunner.h"
+#include "session/ScenarioRunner.h"
 #include "host/CallBackManager.h"
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "plugin/PluginCore.h"
-#include "plugin/PluginOperations.h"
+#include "core/PluginCore.h"
+#include "core/PluginOperations.h"
 
 namespace velqor {
 

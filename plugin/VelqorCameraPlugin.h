@@ -7,7 +7,7 @@
 #include "host/Url.h"
 #include "host/VelqorPlugin.h"
 #include "platform/PlatformServices.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

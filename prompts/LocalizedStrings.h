@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "platform/ImagePickerDelegate.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "plugin/PluginCore.h"
-#include "plugin/ResultPair.h"
+#include "core/PluginCore.h"
+#include "core/ResultPair.h"
 
 namespace velqor {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/LocationManager.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

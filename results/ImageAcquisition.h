@@ -5,7 +5,7 @@
 
 #include "capture/PictureOptions.h"
 #include "platform/PlatformImage.h"
-#include "plugin/PluginCore.h"
+#include "core/PluginCore.h"
 
 namespace velqor {
 

@@ -4,8 +4,8 @@
 
 #include "capture/PictureOptions.h"
 #include "host/Task.h"
-#include "plugin/PluginCore.h"
-#include "plugin/ResultPair.h"
+#include "core/PluginCore.h"
+#include "core/ResultPair.h"
 
 namespace velqor {
 

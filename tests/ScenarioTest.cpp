@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "cli/ScenarioRunner.h"
+#include "session/ScenarioRunner.h"
 
 namespace velqor {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 #include "platform/linux/SampleImages.h"
 #include "tests/TestDirectory.h"
 #include "web/ContainedFiles.h"

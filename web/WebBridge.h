@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 #include "host/StatusOr.h"
 
 namespace velqor {

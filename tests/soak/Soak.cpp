@@ -16,7 +16,7 @@
 #include <iostream>
 #include <set>
 
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 #include "host/FileBytes.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"

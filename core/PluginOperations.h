@@ -6,7 +6,7 @@
 #include "host/Task.h"
 #include "host/Url.h"
 #include "host/Value.h"
-#include "plugin/ResultPair.h"
+#include "core/ResultPair.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 
 #include <unistd.h>
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/ScenarioRunner.h"
+#include "session/ScenarioRunner.h"
 #include "host/StatusOr.h"
 
 namespace velqor {

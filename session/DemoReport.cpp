@@ -1,4 +1,4 @@
-#include "cli/DemoReport.h"
+#include "session/DemoReport.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "cli/ScenarioRunner.h"
+#include "session/ScenarioRunner.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <regex>
 
 #include "capture/PictureOptions.h"
-#include "cli/DeviceSession.h"
+#include "session/DeviceSession.h"
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
 #include "platform/linux/PngCodec.h"

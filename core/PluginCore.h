@@ -9,7 +9,7 @@
 #include "host/Value.h"
 #include "host/VelqorPlugin.h"
 #include "platform/PlatformServices.h"
-#include "plugin/PluginOperations.h"
+#include "core/PluginOperations.h"
 
 namespace velqor {
 
