@@ -48,6 +48,7 @@ struct TemporaryCase {
   bool force;
   const char* refusal;  // part of the message; nullptr: accepted
 };
+void PrintTo(const TemporaryCase& c, std::ostream* os) { *os << c.name; }
 
 class TemporaryFolderChoice : public FolderTree, public ::testing::WithParamInterface<TemporaryCase> {};
 
@@ -101,6 +102,7 @@ struct LibraryCase {
   std::string temporary, library;
   const char* refusal;
 };
+void PrintTo(const LibraryCase& c, std::ostream* os) { *os << c.name; }
 
 class LibraryFolderChoice : public FolderTree, public ::testing::WithParamInterface<LibraryCase> {};
 
@@ -143,6 +145,7 @@ struct RemovalCase {
   std::string target;  // relative to the scratch tree
   bool removes;
 };
+void PrintTo(const RemovalCase& c, std::ostream* os) { *os << c.name; }
 
 class RemovalInside : public FolderTree, public ::testing::WithParamInterface<RemovalCase> {};
 
@@ -173,6 +176,7 @@ struct RunCase {
   std::string file;  // the scenario file's name
   const char* refusal;
 };
+void PrintTo(const RunCase& c, std::ostream* os) { *os << c.name; }
 
 class ScenarioRunFolder : public FolderTree, public ::testing::WithParamInterface<RunCase> {};
 

@@ -30,6 +30,7 @@ class ServeFixture : public ::testing::Test {
   }
   void TearDown() override { EXPECT_EQ(server_->stop(), 0) << "serve did not stop cleanly"; }
 
+ public:  // for the attack table's functions
   std::string host() const { return "Host: 127.0.0.1:" + std::to_string(server_->port()) + "\r\n"; }
   // One request on a fresh connection; the raw answer.
   std::string exchange(const std::string& request, std::chrono::milliseconds limit = 5s) {
@@ -58,6 +59,7 @@ struct Attack {
   std::vector<int> refusedWith;
   long maxGrowthMiB;
 };
+void PrintTo(const Attack& c, std::ostream* os) { *os << c.name; }
 
 class HostileRequests : public ServeFixture, public ::testing::WithParamInterface<Attack> {};
 
@@ -70,6 +72,7 @@ TEST_P(HostileRequests, RefusedWithoutHarm) {
       << "answered " << status;
   const long growthMiB = (server_->memoryKiB("VmHWM:") - before) / 1024;
   EXPECT_LE(growthMiB, a.maxGrowthMiB) << "peak memory grew by " << growthMiB << " MiB";
+  RecordProperty("peakGrowthKiB", std::to_string(server_->memoryKiB("VmHWM:") - before));
   EXPECT_TRUE(server_->running());
   EXPECT_EQ(stateStatus(), 200) << "the server stopped serving others";
   // Nothing of a refused upload is left behind.
@@ -186,6 +189,7 @@ struct CrossSite {
   std::string headers;  // what the browser sends for the other site's request
   std::string type;
 };
+void PrintTo(const CrossSite& c, std::ostream* os) { *os << c.name; }
 
 class CrossSiteRequests : public ServeFixture, public ::testing::WithParamInterface<CrossSite> {};
 
@@ -243,8 +247,11 @@ TEST_F(ServeFixture, SlowClientsNeitherStarveOthersNorStayForever) {
   for (auto& c : slow) RawHttpClient::sendAll(c.get(), "E");
   // A plain request is answered while all sixteen are connected (within a one-second read).
   UniqueFd fd = RawHttpClient::connectTo(server_->port());
+  const auto start = std::chrono::steady_clock::now();
   RawHttpClient::sendAll(fd.get(), "GET /api/state HTTP/1.1\r\n" + host() + "\r\n");
   EXPECT_EQ(RawHttpClient::status(RawHttpClient::readAnswer(fd.get(), 1s)), 200);
+  RecordProperty("answerMicroseconds", std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(
+                                                          std::chrono::steady_clock::now() - start).count()));
   // Dribbling bytes does not keep a connection past the deadline for a request head.
   for (auto& c : slow) {
     RawHttpClient::sendAll(c.get(), "T");
@@ -272,7 +279,8 @@ TEST_F(ServeFixture, StopsPromptlyWithSlowClientsConnected) {
 
 TEST_F(ServeFixture, ASecondServerOnTheSamePortFailsAndSaysWhy) {
   const std::string err = dir_.path("second.err");
-  const std::string command = binary() + " serve --port " + std::to_string(server_->port()) + " --temp-dir " +
+  // Bounded: a second server that did bind would otherwise serve forever.
+  const std::string command = "timeout 5 " + binary() + " serve --port " + std::to_string(server_->port()) + " --temp-dir " +
                               dir_.path("tmp2") + " --library " + dir_.path("library2") + " 2>" + err;
   const int status = std::system(("XDG_STATE_HOME=" + dir_.path("state") + " " + command).c_str());
   EXPECT_EQ(WEXITSTATUS(status), 2);

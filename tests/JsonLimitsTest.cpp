@@ -19,6 +19,7 @@ struct JsonCase {
   std::string text;
   const char* refusal;  // part of the message; nullptr: read
 };
+void PrintTo(const JsonCase& c, std::ostream* os) { *os << c.name; }
 
 class ArgumentText : public ::testing::TestWithParam<JsonCase> {};
 
@@ -59,6 +60,7 @@ struct PatternCase {
   bool matches;
   const char* refusal;
 };
+void PrintTo(const PatternCase& c, std::ostream* os) { *os << c.name; }
 
 class ExpectationPattern : public ::testing::TestWithParam<PatternCase> {};
 

@@ -38,7 +38,7 @@ double residentMiB() {
 
 // One capture as the page makes it; false (with a line on stderr) when a step fails.
 bool capture(httplib::Client& client, const std::string& photo, size_t& answersSeen) {
-  auto call = client.Post("/api/call", kPage, R"({"operation":"takePicture","args":[50,0,1,320,240]})",
+  auto call = client.Post("/api/call", kPage, R"({"operation":"takePicture","args":[90,0,1]})",
                           "application/json");
   if (!call || call->status != 200) return std::cerr << "call failed\n", false;
   for (int i = 0; i < 2000; ++i) {
