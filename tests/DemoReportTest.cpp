@@ -22,6 +22,7 @@ struct ReportCase {
   std::vector<std::pair<std::string, std::string>> written;
   std::vector<std::string> shows;
   std::vector<std::string> hides;
+  friend void PrintTo(const ReportCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class DemoReportTest : public ::testing::TestWithParam<ReportCase> {
@@ -59,7 +60,8 @@ INSTANTIATE_TEST_SUITE_P(
                    {{"broken", "{\"steps\": [ {\"call\": "}},
                    {"1 passed, 1 failed", "href=\"#camera-photo-file\"", "href=\"#broken\"",
                     "<span class=\"verdict pass\">pass</span>", "<span class=\"verdict fail\">not run</span>",
-                    "broken.json: not a JSON object"},
+                    "broken.json: not a JSON object", "<section class=\"scenario failed\" id=\"broken\">",
+                    "Could not be run"},
                    {}},
         ReportCase{"WrongTypeDeepInside",
                    {"cancel-camera"},

@@ -69,6 +69,7 @@ struct OpenCase {
   UserStep step;
   std::string reason;  // part of the explanation; empty: the command is answered, not open
   std::string action;
+  friend void PrintTo(const OpenCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class OpenCommands : public WebBridgeTest, public ::testing::WithParamInterface<OpenCase> {};
@@ -160,6 +161,7 @@ TEST_F(WebBridgeTest, ALibraryPickIsCroppedAndShowsItsMetadataBefore) {
 struct BadEdit {
   std::string name;
   json edit;
+  friend void PrintTo(const BadEdit& c, std::ostream* os) { *os << c.name; }
 };
 
 class BadEdits : public WebBridgeTest, public ::testing::WithParamInterface<BadEdit> {};
