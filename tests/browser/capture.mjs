@@ -116,13 +116,22 @@ const seconds = await until(`(() => { const v = ${byId('result-media')};
   return v && v.tagName === 'VIDEO' && v.readyState >= 1 && v.duration > 0 ? v.duration : null; })()`, 'the movie to load');
 console.log(`camera video: resolved, a ${seconds.toFixed(1)} s movie plays in the page`);
 
-// 3. The same photo as a data URL, from a chosen file.
+// 3. A photo dropped on the picker, answered as a data URL.
 await request([30, 0, 1, 320, 320]);
-await visible('picker');
-await chooseFile(photo);
+await visible('drop-zone');
+await evaluate(`(async () => {
+  const canvas = Object.assign(document.createElement('canvas'), {width: 400, height: 300});
+  const g = canvas.getContext('2d');
+  g.fillStyle = '#c04020'; g.fillRect(0, 0, 400, 300); g.fillStyle = '#2040c0'; g.fillRect(100, 75, 200, 150);
+  const blob = await new Promise((r) => canvas.toBlob(r, 'image/jpeg', 0.9));
+  const drop = new DataTransfer();
+  drop.items.add(new File([blob], 'dropped.jpg', {type: 'image/jpeg'}));
+  ${byId('drop-zone')}.dispatchEvent(new DragEvent('drop', {dataTransfer: drop, bubbles: true, cancelable: true}));
+  return true; })()`);
 await resolvedWith(/"data:image\/jpeg;base64,\/9j\//);
-await loadedImage('the data URL image');
-console.log('file as data URL: resolved, image displayed');
+size = await loadedImage('the data URL image');
+assert.deepEqual(size, [320, 240]);
+console.log('dropped file as data URL: resolved, 320x240 image displayed');
 
 // 4. The user cancels the camera.
 await request([50, 1, 1]);
