@@ -50,12 +50,18 @@ export async function launch(chromium, work, children) {
     if (r.exceptionDetails) throw new Error(`${expression}: ${r.exceptionDetails.exception?.description}`);
     return r.result.value;
   }
-  async function until(expression, what, ms = 20_000) {
+  // Waits for `expression` to be truthy. On a time-out the error says what the
+  // page showed then (its notice and answer), which is usually why.
+  async function until(expression, what, ms = 45_000) {
     const start = Date.now();
     for (;;) {
       const v = await evaluate(expression).catch(() => undefined);
       if (v) return v;
-      if (Date.now() - start > ms) throw new Error(`timed out waiting for ${what}`);
+      if (Date.now() - start > ms) {
+        const shown = await evaluate(`[...document.querySelectorAll('#notice, #open, #answer')]
+          .map((e) => e.id + ': ' + e.textContent).join(' | ')`).catch(() => '');
+        throw new Error(`timed out waiting for ${what}; the page showed ${shown}`);
+      }
       await new Promise((r) => setTimeout(r, 100));
     }
   }

@@ -469,6 +469,8 @@ async function poll() {
     eventsSeen = s.eventCount;
     if (s.events.length) {
       $('events').prepend(...s.events.reverse().map(eventItem));
+      // A page left open for days keeps the recent events only, as the server does.
+      while ($('events').children.length > 500) $('events').lastElementChild.remove();
       $('events').scrollTop = 0;
     }
     for (const a of s.answers) velqor.settle(a);
