@@ -130,7 +130,8 @@ std::string mediaFigure(const std::string& path, const std::string& directory, i
   std::ostringstream out;
   out << "<figure>";
   const std::string thumb = "thumb-" + std::to_string(thumbs) + ".jpg";
-  if (facts.kind == MediaFacts::Kind::image && MediaFacts::writeThumbnail(path, directory + "/" + thumb)) {
+  const bool picture = facts.kind == MediaFacts::Kind::image || facts.kind == MediaFacts::Kind::movie;
+  if (picture && MediaFacts::writeThumbnail(path, directory + "/" + thumb)) {
     ++thumbs;
     out << "<img src=\"" << thumb << "\" alt=\"" << esc(fs::path(path).filename().string()) << "\">";
   } else {

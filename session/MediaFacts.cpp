@@ -12,9 +12,11 @@ extern "C" {
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
 #include "platform/linux/ImageMetadata.h"
+#include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "results/ImageGeometry.h"
 #include "session/HtmlText.h"
+#include "session/MovieStill.h"
 
 namespace velqor {
 namespace fs = std::filesystem;
@@ -137,6 +139,12 @@ std::string MediaFacts::describe() const {
 }
 
 bool MediaFacts::writeThumbnail(const std::string& path, const std::string& thumbnail, int side) {
+  if (of(path).kind == Kind::movie) {
+    auto still = MovieStill::firstFrame(path, side);
+    if (!still) return false;
+    auto jpeg = JpegCodec::encode(*still, 0.8);
+    return jpeg.ok() && FileBytes::writeAtomically(thumbnail, *jpeg).ok();
+  }
   LinuxImageCodec codec;
   auto bytes = FileBytes::read(path, kMaxReadBytes);
   if (!bytes.ok()) return false;

@@ -32,8 +32,9 @@ struct MediaFacts {
   std::string describe() const;
   // "up", "turn 90° clockwise to view", ... for an EXIF orientation.
   static std::string orientationInWords(int orientation);
-  // A JPEG at most `side` pixels on its longer side, upright, written to
-  // `thumbnail`. False when the file is no image the codecs read.
+  // A JPEG at most `side` pixels on its longer side, written to `thumbnail`:
+  // an image drawn upright, or a movie's first picture. False when the file
+  // is neither an image the codecs read nor a movie FFmpeg decodes.
   static bool writeThumbnail(const std::string& path, const std::string& thumbnail, int side = 240);
 };
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "host/FileBytes.h"
@@ -100,22 +101,43 @@ INSTANTIATE_TEST_SUITE_P(
                    {}}),
     [](const auto& info) { return info.param.name; });
 
-// Thumbnails are real pictures, drawn upright: a landscape photo stored with
-// orientation 6 shows as a portrait, at most 240 pixels on its longer side.
-TEST(DemoReportThumbnails, AreUprightPicturesOfTheFiles) {
+// Thumbnails are real pictures: a landscape photo stored with orientation 6
+// shows as a portrait, a movie as its first frame, each at most 240 pixels on
+// its longer side and with more than one colour in it.
+struct ThumbnailCase {
+  std::string scenario;
+  std::string thumbnail;
+  int width;
+  int height;
+  friend void PrintTo(const ThumbnailCase& c, std::ostream* os) { *os << c.scenario << " " << c.thumbnail; }
+};
+
+class DemoReportThumbnails : public ::testing::TestWithParam<ThumbnailCase> {};
+
+TEST_P(DemoReportThumbnails, AreUprightPicturesOfTheFiles) {
+  const auto& c = GetParam();
   TestDirectory dir;
-  auto result = ScenarioRunner::runOrExplain(std::string(VELQOR_SOURCE_DIR) + "/scenarios/camera-photo-file.json",
+  auto result = ScenarioRunner::runOrExplain(std::string(VELQOR_SOURCE_DIR) + "/scenarios/" + c.scenario + ".json",
                                              dir.path("out/runs"));
   ASSERT_TRUE(result.passed) << (result.differences.empty() ? "" : result.differences.front());
   ASSERT_TRUE(DemoReport::write({result}, dir.path("out")).ok());
-  auto bytes = FileBytes::read(dir.path("out/thumb-0.jpg"));
+  auto bytes = FileBytes::read(dir.path("out/" + c.thumbnail));
   ASSERT_TRUE(bytes.ok()) << bytes.status();
   LinuxImageCodec codec;
   auto image = codec.imageWithData(std::make_shared<const Bytes>(std::move(*bytes)));
   ASSERT_TRUE(image);
-  EXPECT_EQ(image->size().width, 180);
-  EXPECT_EQ(image->size().height, 240);
+  EXPECT_EQ(image->size().width, c.width);
+  EXPECT_EQ(image->size().height, c.height);
+  auto bitmap = image->cgImage();
+  ASSERT_TRUE(bitmap);
+  const auto [lo, hi] = std::minmax_element(bitmap->pixels.begin(), bitmap->pixels.end());
+  EXPECT_GT(*hi - *lo, 64) << "a flat thumbnail";
 }
+
+INSTANTIATE_TEST_SUITE_P(Files, DemoReportThumbnails,
+                         ::testing::Values(ThumbnailCase{"camera-photo-file", "thumb-0.jpg", 180, 240},
+                                           ThumbnailCase{"camera-video-file", "thumb-0.jpg", 240, 180},
+                                           ThumbnailCase{"camera-video-file", "thumb-1.jpg", 240, 180}));
 
 // A data URL of hundreds of kilobytes stays folded: the report keeps a few
 // thousand characters of it, not the whole answer.

@@ -19,7 +19,8 @@ namespace velqor {
 // The web host's HTTP face, on cpp-httplib:
 //   GET  /, /app.js, /camera.js, /exif.js, /style.css
 //                                   the page (from the page directory; nothing else of it)
-//   GET  /api/state                 answers, events and the screen (?answers=N&events=M: from those indexes)
+//   GET  /api/state                 answers, events, the screen and the open commands with why
+//                                   (?answers=N&events=M: from those indexes)
 //   POST /api/call                  {"operation", "args"}: starts a plug-in command
 //   POST /api/picker/file           multipart "file", "kind" (photo|video), "edit": the user's camera output
 //   POST /api/picker/pick           {"asset", "edit"}; POST /api/picker/cancel
