@@ -135,6 +135,7 @@ void WebServer::routes() {
       {"/app.js", {"app.js", "text/javascript; charset=utf-8"}},
       {"/camera.js", {"camera.js", "text/javascript; charset=utf-8"}},
       {"/exif.js", {"exif.js", "text/javascript; charset=utf-8"}},
+      {"/screen.js", {"screen.js", "text/javascript; charset=utf-8"}},
       {"/style.css", {"style.css", "text/css; charset=utf-8"}}};
   for (const auto& [route, file] : page) {
     s.Get(route, [this, file = file](const httplib::Request&, httplib::Response& res) {

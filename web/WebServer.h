@@ -17,7 +17,7 @@ class Server;
 namespace velqor {
 
 // The web host's HTTP face, on cpp-httplib:
-//   GET  /, /app.js, /camera.js, /exif.js, /style.css
+//   GET  /, /app.js, /camera.js, /exif.js, /screen.js, /style.css
 //                                   the page (from the page directory; nothing else of it)
 //   GET  /api/state                 answers, events, the screen and the open commands with why
 //                                   (?answers=N&events=M: from those indexes)
