@@ -56,6 +56,7 @@ async function openCamera(front, video) {
     const stream = await velqorCamera.open({front, video});
     if (!stream) return;
     $('camera-view').srcObject = stream;
+    $('camera-view').classList.toggle('mirror', front);  // a front camera previews as a mirror; photos stay unmirrored
     const label = stream.getVideoTracks()[0]?.label || 'camera';
     if (video && !velqorCamera.recordingType()) {
       $('camera-state').textContent = `${label}: this browser cannot record an MPEG-4 movie; choose a movie file below.`;
