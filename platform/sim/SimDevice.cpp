@@ -246,7 +246,13 @@ std::vector<std::string> SimDevice::waitingFor() const {
       out.push_back("an alert is on the screen waiting for a tap (message: \"" + alert->message() +
                     "\"); choose a button with --tap settings|cancel");
     } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
-      out.push_back("the picker is on the screen waiting for the user; give --photo, --video, --pick or --cancel");
+      // The picker keeps what it cannot hand over, as the phone's does.
+      std::string failed;
+      for (const auto& e : events_->events())
+        if (e["event"] == "pickerFailed") failed = e.value("error", "");
+      out.push_back(failed.empty()
+                        ? "the picker is on the screen waiting for the user; give --photo, --video, --pick or --cancel"
+                        : "the picker could not take the user's choice (" + failed + ") and is still on the screen");
     }
   }
   return out;
