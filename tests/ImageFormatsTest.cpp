@@ -68,7 +68,9 @@ Bytes gifWithoutColourTable() {
 }
 
 const std::vector<Expected> kQuadrants16x8{{2, 2, kRed}, {13, 2, kGreen}, {2, 6, kBlue}, {13, 6, kWhite}};
-const std::vector<Expected> kQuadrants16x16{{2, 2, kRed}, {13, 2, kGreen}, {2, 13, kBlue}, {13, 13, kWhite}};
+// Rows 1 and 8 sit in different passes of an interlaced file.
+const std::vector<Expected> kQuadrants16x16{{2, 1, kRed}, {2, 2, kRed}, {13, 2, kGreen}, {2, 8, kBlue}, {2, 13, kBlue},
+                                            {13, 13, kWhite}};
 
 void putLittle16(Bytes& b, size_t at, int v) {
   b[at] = static_cast<std::uint8_t>(v & 0xFF);

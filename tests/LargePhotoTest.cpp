@@ -56,10 +56,12 @@ TEST_P(LargePhotos, DecodeAtAReducedScaleOrFailWithTheReason) {
   auto answers = answersFor();
   ASSERT_EQ(answers.size(), 1u) << "the command is answered either way";
   if (c.width == 0) {
-    EXPECT_EQ(answers[0].status, CommandStatus::FAIL_TAKE_PICTURE) << answers[0].toJsonLine();
-    const std::string* message = find(payloadOf(answers[0]), "errorMsg")->asString();
-    EXPECT_THAT(*message, HasSubstr("12000x9000"));
-    EXPECT_THAT(*message, HasSubstr("at full size"));
+    ASSERT_EQ(answers[0].status, CommandStatus::FAIL_TAKE_PICTURE) << answers[0].toJsonLine();
+    const Dictionary payload = payloadOf(answers[0]);
+    const Value* message = find(payload, "errorMsg");
+    ASSERT_TRUE(message && message->asString());
+    EXPECT_THAT(*message->asString(), HasSubstr("12000x9000"));
+    EXPECT_THAT(*message->asString(), HasSubstr("at full size"));
     EXPECT_EQ(location_->startedManagers(), 0);
     EXPECT_EQ(library_->list()->size(), 0u);
     return;
@@ -70,7 +72,8 @@ TEST_P(LargePhotos, DecodeAtAReducedScaleOrFailWithTheReason) {
     ASSERT_EQ(library_->list()->size(), 1u);
     written = *FileBytes::read(library_->list()->front().file);
   } else {
-    const Value* uri = find(payloadOf(answers[0]), "callbackURI");
+    const Dictionary payload = payloadOf(answers[0]);
+    const Value* uri = find(payload, "callbackURI");
     ASSERT_TRUE(uri && uri->asString());
     const std::string& text = *uri->asString();
     if (text.rfind("data:", 0) == 0) {
