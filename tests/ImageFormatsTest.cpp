@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <random>
 
 #include "platform/linux/LinuxImageCodec.h"
 #include "tests/FormatSamples.h"
@@ -236,6 +237,65 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"bmpRunLengthEncoded", [] { return bmpWith(30, 1); }, "", 0, 0, {}, 0, 0, false, "cannot decode BMP"},
         FormatCase{"bmpGarbageAfterMagic", [] { Bytes b(200, 0xFF); b[0] = 'B', b[1] = 'M'; return b; }, "", 0, 0, {},
                    0, 0, false, "cannot decode BMP"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velqor
+
+namespace velqor {
+namespace {
+
+using namespace testing;
+
+struct MutationCase {
+  const char* name;
+  std::function<Bytes()> make;
+};
+void PrintTo(const MutationCase& c, std::ostream* os) { *os << c.name; }
+
+constexpr int kMutations = 400;
+
+class DamagedFiles : public ::testing::TestWithParam<MutationCase> {};
+
+// Copies with bytes overwritten or cut short, from a fixed seed: each one
+// decodes at the size its header states, or is refused with the reason.
+TEST_P(DamagedFiles, DecodeAtTheirStatedSizeOrAreRefused) {
+  const Bytes whole = GetParam().make();
+  LinuxImageCodec codec(DecodeLimits{4'000'000, 64u << 20, 40'000'000});
+  std::mt19937 random(static_cast<unsigned>(whole.size()));
+  int decoded = 0, refused = 0;
+  for (int i = 0; i < kMutations; ++i) {
+    Bytes copy = whole;
+    if (i % 4 == 3) {
+      copy.resize(random() % copy.size());
+    } else {
+      for (int c = 1 + static_cast<int>(random() % 6); c > 0; --c)
+        copy[16 + random() % (copy.size() - 16)] = static_cast<std::uint8_t>(random());
+    }
+    auto image = codec.imageWithData(std::make_shared<const Bytes>(copy));
+    auto pixels = image ? image->pixels() : StatusOr<Bitmap>(Status::dataLoss("cannot decode"));
+    if (pixels.ok()) {
+      ++decoded;
+      EXPECT_EQ(pixels->width, image->storedWidth());
+      EXPECT_EQ(pixels->height, image->storedHeight());
+      EXPECT_LE(static_cast<std::uint64_t>(pixels->width) * pixels->height, 4'000'000u);
+    } else {
+      ++refused;
+      EXPECT_THAT(pixels.status().message(), ::testing::AnyOf(HasSubstr("cannot decode"), HasSubstr("no image")));
+    }
+  }
+  EXPECT_GT(refused, 0);  // damage is noticed
+  EXPECT_GT(decoded + refused, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Formats, DamagedFiles,
+    ::testing::Values(MutationCase{"gif", [] { return FormatSamples::gif(24, 16, {{quadrants(24, 16, 4), 0, 0, true}}); }},
+                      MutationCase{"webpLossy", [] { return FormatSamples::webpLossy(quadrants(24, 16, 3)); }},
+                      MutationCase{"webpAnimated",
+                                   [] { return FormatSamples::webpAnimated({solid(8, 8, kRed), solid(8, 8, kBlue)}); }},
+                      MutationCase{"tiffDeflate", [] { return FormatSamples::tiff(quadrants(24, 16, 4), 6, {}, true); }},
+                      MutationCase{"bmp", [] { return FormatSamples::bmp(quadrants(24, 16, 4)); }}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
