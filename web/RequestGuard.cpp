@@ -32,7 +32,8 @@ bool RequestGuard::knownHost(const std::string& host) const {
 
 std::optional<RequestGuard::Route> RequestGuard::route(const std::string& method, const std::string& path) const {
   if (method == "GET" || method == "HEAD") {
-    if (path == "/" || path == "/app.js" || path == "/style.css" || path == "/api/state" || path == "/api/library" ||
+    if (path == "/" || path == "/app.js" || path == "/camera.js" || path == "/exif.js" || path == "/screen.js" ||
+        path == "/style.css" || path == "/api/state" || path == "/api/library" ||
         path.rfind("/files/", 0) == 0)
       return Route{};
     return std::nullopt;

@@ -240,6 +240,9 @@ WebServer::Reply WebServer::answer(MHD_Connection* c, const std::string& method,
   static const std::map<std::string, std::pair<std::string, std::string>> kPage{
       {"/", {"index.html", "text/html; charset=utf-8"}},
       {"/app.js", {"app.js", "text/javascript; charset=utf-8"}},
+      {"/camera.js", {"camera.js", "text/javascript; charset=utf-8"}},
+      {"/exif.js", {"exif.js", "text/javascript; charset=utf-8"}},
+      {"/screen.js", {"screen.js", "text/javascript; charset=utf-8"}},
       {"/style.css", {"style.css", "text/css; charset=utf-8"}}};
   if (method == "POST") {
     if (url == "/api/picker/file") return answerUpload(exchange);
