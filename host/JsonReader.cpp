@@ -30,10 +30,10 @@ size_t JsonReader::depthOf(std::string_view text, size_t stopAt) {
 StatusOr<nlohmann::json> JsonReader::parse(std::string_view text, std::string_view what, const Limits& limits) {
   const std::string name(what);
   if (text.size() > limits.maxBytes)
-    return Status::invalidArgument(name + " is " + std::to_string(text.size()) + " bytes; the limit is " +
+    return Status::resourceExhausted(name + " is " + std::to_string(text.size()) + " bytes; the limit is " +
                                    std::to_string(limits.maxBytes));
   if (depthOf(text, limits.maxDepth + 1) > limits.maxDepth)
-    return Status::invalidArgument(name + " nests arrays and objects more than " + std::to_string(limits.maxDepth) +
+    return Status::resourceExhausted(name + " nests arrays and objects more than " + std::to_string(limits.maxDepth) +
                                    " deep");
   auto parsed = nlohmann::json::parse(text, nullptr, false);
   if (parsed.is_discarded()) return Status::invalidArgument(name + " is not valid JSON");

@@ -22,8 +22,8 @@ class JsonReader {
     size_t maxDepth = 64;
   };
 
-  // INVALID_ARGUMENT naming `what` ("arguments", a file name, "the request
-  // body") for text past a limit or not JSON.
+  // RESOURCE_EXHAUSTED for text past a limit, INVALID_ARGUMENT for text that
+  // is not JSON; both name `what` ("arguments", a file name, "the request body").
   static StatusOr<nlohmann::json> parse(std::string_view text, std::string_view what, const Limits& limits);
   static StatusOr<nlohmann::json> parse(std::string_view text, std::string_view what) {
     return parse(text, what, Limits{});

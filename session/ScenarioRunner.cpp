@@ -238,10 +238,12 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
 StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std::string& workDirectory, bool force) {
   auto bytes = FileBytes::read(file, kMaxScenarioBytes);
   if (!bytes.ok()) return Status::invalidArgument("cannot read scenario " + file + ": " + bytes.status().message());
-  ASSIGN_OR_RETURN(json scenario, JsonReader::parse(std::string_view(reinterpret_cast<const char*>(bytes->data()),
-                                                                     bytes->size()),
-                                                    file, {.maxBytes = kMaxScenarioBytes, .maxDepth = 64}));
-  if (!scenario.is_object()) return Status::invalidArgument(file + ": not a JSON object");
+  auto parsed = JsonReader::parse(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()), file,
+                                  {.maxBytes = kMaxScenarioBytes, .maxDepth = 64});
+  if (!parsed.ok() && parsed.status().code() == Status::Code::resourceExhausted)
+    return Status::invalidArgument(parsed.status().message());
+  if (!parsed.ok() || !parsed->is_object()) return Status::invalidArgument(file + ": not a JSON object");
+  json scenario = std::move(*parsed);
   ScenarioResult result;
   if (!scenario.value("name", json("")).is_string() || !scenario.value("description", json("")).is_string())
     return Status::invalidArgument(file + ": name and description must be strings");

@@ -30,7 +30,6 @@ TEST_P(ArgumentText, IsReadOrRefusedWithAMessage) {
   auto args = argumentsFromJson(c.text);
   if (c.refusal) {
     ASSERT_FALSE(args.ok());
-    EXPECT_EQ(args.status().code(), Status::Code::invalidArgument);
     EXPECT_NE(args.status().message().find(c.refusal), std::string::npos) << args.status().message();
   } else {
     ASSERT_TRUE(args.ok()) << args.status().message();

@@ -62,7 +62,7 @@ TEST_P(BrokenScenarios, AreRefusedWithAMessage) {
 INSTANTIATE_TEST_SUITE_P(
     Files, BrokenScenarios,
     ::testing::Values(
-        BrokenScenario{"NotJson", "{", "not valid JSON"},
+        BrokenScenario{"NotJson", "{", "not a JSON object"},
         BrokenScenario{"Array", "[1]", "not a JSON object"},
         BrokenScenario{"UnknownCall", R"({"steps":[{"call":"noSuchCall"}]})", "noSuchCall"},
         BrokenScenario{"UnknownAccess", R"({"device":{"cameraAccess":"sometimes"}})", "cameraAccess"},

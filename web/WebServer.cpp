@@ -30,6 +30,7 @@ int httpStatusOf(const Status& status) {
     case Status::Code::invalidArgument: return 400;
     case Status::Code::notFound: return 404;
     case Status::Code::failedPrecondition: return 409;
+    case Status::Code::resourceExhausted: return 413;
     case Status::Code::unavailable: return 503;
     default: return 500;
   }
