@@ -9,31 +9,18 @@
 #include <cstring>
 
 #include "files/ContainedRemover.h"
+#include "platform/SharedFolders.h"
 
 namespace velqor {
 namespace fs = std::filesystem;
 
 namespace {
 
-// Shared folders that are refused themselves; what lies below them is free.
-constexpr std::array kSharedFolders{"/", "/tmp", "/var/tmp", "/dev/shm", "/home", "/mnt", "/media", "/root"};
-// System trees: refused with everything below them, except the scratch folders.
-constexpr std::array kSystemTrees{"/bin", "/boot", "/dev",  "/etc", "/lib",  "/lib32", "/lib64", "/libx32",
-                                  "/opt", "/proc", "/run",  "/sbin", "/srv", "/sys",   "/usr",   "/var"};
-constexpr std::array kScratchBelowSystem{"/var/tmp", "/dev/shm"};
 // Names TempFiles gives the files it writes into the temporary folder.
 constexpr std::array kTemporaryFileNames{"velqor_photo_", ".velqor-staging-"};
 
-std::string plain(const fs::path& p) {
-  std::string s = p.lexically_normal().string();
-  while (s.size() > 1 && s.back() == '/') s.pop_back();
-  return s;
-}
-
-bool atOrBelow(const std::string& path, const std::string& root) {
-  if (root == "/") return true;
-  return path.compare(0, root.size(), root) == 0 && (path.size() == root.size() || path[root.size()] == '/');
-}
+std::string plain(const fs::path& p) { return SharedFolders::plain(p); }
+bool atOrBelow(const std::string& path, const std::string& root) { return SharedFolders::atOrBelow(path, root); }
 
 fs::path absoluteOf(std::string_view path) {
   std::error_code ec;
@@ -43,23 +30,6 @@ fs::path absoluteOf(std::string_view path) {
 
 Status refusedAs(const std::string& path, const std::string& why) {
   return Status::invalidArgument("refusing folder " + path + ": " + why);
-}
-
-Status checkOnePath(const std::string& p) {
-  for (const char* shared : kSharedFolders)
-    if (p == shared) return refusedAs(p, "it is a shared system folder");
-  for (const char* tree : kSystemTrees) {
-    if (!atOrBelow(p, tree)) continue;
-    const bool scratch = std::any_of(kScratchBelowSystem.begin(), kScratchBelowSystem.end(),
-                                     [&](const char* s) { return atOrBelow(p, s) && p != s; });
-    if (!scratch) return refusedAs(p, std::string("it is in the system tree ") + tree);
-  }
-  const char* home = std::getenv("HOME");
-  if (home && *home == '/') {
-    const std::string h = plain(FolderPolicy::resolve(home));
-    if (atOrBelow(h, p)) return refusedAs(p, "it is the home folder or holds it");
-  }
-  return Status::okStatus();
 }
 
 // Entries of an existing folder; -1 when it cannot be read.
@@ -111,20 +81,9 @@ StatusOr<ResolvedFolder> ownFolder(std::string_view requested, const FolderOwner
 
 }  // namespace
 
-fs::path FolderPolicy::resolve(std::string_view path) {
-  std::error_code ec;
-  fs::path abs = absoluteOf(path).lexically_normal();
-  fs::path resolved = fs::weakly_canonical(abs, ec);
-  return ec ? abs : resolved;
-}
+fs::path FolderPolicy::resolve(std::string_view path) { return SharedFolders::resolve(path); }
 
-Status FolderPolicy::refuseShared(std::string_view path) {
-  if (path.empty()) return Status::invalidArgument("a folder name is empty");
-  if (path.find('\0') != std::string_view::npos) return Status::invalidArgument("a folder name holds a NUL byte");
-  // As written and as the links resolve: both must be acceptable.
-  RETURN_IF_ERROR(checkOnePath(plain(absoluteOf(path))));
-  return checkOnePath(plain(resolve(path)));
-}
+Status FolderPolicy::refuseShared(std::string_view path) { return SharedFolders::refuse(path); }
 
 StatusOr<ResolvedFolder> FolderPolicy::temporaryFolder(std::string_view requested, const FolderOwnership& owned,
                                                        bool force) {

@@ -255,7 +255,9 @@ INSTANTIATE_TEST_SUITE_P(Paths, TemporaryDirectoryChoice,
                                            DirCheck{"/tmp", false}, DirCheck{"/tmp/", false},
                                            DirCheck{"/tmp/../tmp", false}, DirCheck{"/var/tmp", false},
                                            DirCheck{"/etc", false}, DirCheck{"/usr", false},
-                                           DirCheck{"", false}, DirCheck{"/tmp/velqor-x/tmp", true}));
+                                           DirCheck{"", false}, DirCheck{"/var/lib", false},
+                                           DirCheck{"/usr/local/share", false}, DirCheck{"/var/tmp/velqor-x", true},
+                                           DirCheck{"/tmp/velqor-x/tmp", true}));
 
 TEST(TemporaryDirectoryHome, IsRefused) {
   const char* home = std::getenv("HOME");
