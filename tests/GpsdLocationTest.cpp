@@ -1,6 +1,11 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <fstream>
@@ -9,8 +14,6 @@
 #include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/ImageMetadata.h"
 #include "results/Geolocation.h"
-
-#include <fcntl.h>
 #include "tests/MediaHarness.h"
 
 extern char** environ;
@@ -37,9 +40,39 @@ std::string nmeaLog() {
   return log;
 }
 
+// A port nobody listens on now, for a private gpsd.
+std::string freePort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof addr;
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size) != 0) {
+    if (fd >= 0) ::close(fd);
+    return std::to_string(29500 + ::getpid() % 400);
+  }
+  ::close(fd);
+  return std::to_string(ntohs(addr.sin_port));
+}
+
+bool accepting(const std::string& port) {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+  const bool ok = fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+  if (fd >= 0) ::close(fd);
+  return ok;
+}
+
+// Generous: a loaded machine may take many seconds to start gpsd and feed it.
+constexpr auto kDeadline = std::chrono::seconds(60);
+
 // gpsd's replay tool feeding the log to a private gpsd on a port of its own,
 // over and over, so a client that connects late on a loaded machine still
-// hears fixes.
+// hears fixes. Each test starts once gpsd accepts connections.
 class GpsdReplay : public testing::MediaHarness {
  protected:
   void SetUp() override {
@@ -48,8 +81,8 @@ class GpsdReplay : public testing::MediaHarness {
       GTEST_SKIP() << "gpsd or gpsfake is not installed (scripts/install-deps.sh installs them); skipping the "
                       "gpsd-backed location tests";
     std::ofstream(dir_.path("fix.nmea")) << nmeaLog();
-    port_ = std::to_string(29500 + ::getpid() % 400);
-    std::string timeout = "/usr/bin/timeout", seconds = "60", fake = "/usr/bin/gpsfake", quiet = "-q",
+    port_ = freePort();
+    std::string timeout = "/usr/bin/timeout", seconds = "600", fake = "/usr/bin/gpsfake", quiet = "-q",
                 cycle = "-c", cycleValue = "0.05", portFlag = "-P", log = dir_.path("fix.nmea");
     char* argv[] = {timeout.data(), seconds.data(), fake.data(), quiet.data(), cycle.data(),
                     cycleValue.data(), portFlag.data(), port_.data(), log.data(), nullptr};
@@ -59,7 +92,12 @@ class GpsdReplay : public testing::MediaHarness {
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     ASSERT_EQ(posix_spawn(&replay_, timeout.c_str(), &actions, nullptr, argv, environ), 0);
     posix_spawn_file_actions_destroy(&actions);
-    std::this_thread::sleep_for(std::chrono::seconds(2));  // gpsd comes up
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (!accepting(port_)) {
+      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "gpsd never listened on port " << port_;
+      ASSERT_EQ(::waitpid(replay_, nullptr, WNOHANG), 0) << "gpsfake ended before gpsd listened";
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
   }
   void TearDown() override {
     if (replay_ > 0) {
@@ -101,7 +139,7 @@ TEST_F(GpsdReplay, DeliversTheRecordedFixOffTheCallersThread) {
   manager->setDelegate(recorder);
   manager->startUpdatingLocation();
   std::unique_lock lock(recorder->mutex);
-  ASSERT_TRUE(recorder->cv.wait_for(lock, std::chrono::seconds(15), [&] { return !recorder->received.empty(); }))
+  ASSERT_TRUE(recorder->cv.wait_for(lock, kDeadline, [&] { return !recorder->received.empty(); }))
       << "no fix from gpsd";
   const LocationFix fix = recorder->received.front();
   lock.unlock();
@@ -121,7 +159,8 @@ TEST_F(GpsdReplay, ACameraPhotoIsAnsweredWithTheGpsdFix) {
   choice.file = writeCameraJpeg();
   userChooses(choice);
   takePicture("[50, 1, 1, null, null, 0, 0, false, false, false, null, false, true]");
-  for (int i = 0; i < 300 && answersFor().empty(); ++i) {
+  const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+  while (answersFor().empty() && std::chrono::steady_clock::now() < deadline) {
     runAll();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
