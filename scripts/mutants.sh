@@ -134,10 +134,12 @@ for i in "${!files[@]}"; do
     if ! cmake --build "$build" --target velqor_tests >"$log" 2>&1; then
       outcome="NO BUILD"
     else
-      (cd "$build" && timeout "$limit" "$tests" --gtest_brief=1 --gtest_fail_fast >>"$log" 2>&1)
+      (cd "$build" && timeout "$limit" "$tests" --gtest_brief=1 --gtest_fail_fast >>"$log" 2>&1) 2>>"$log"
       rc=$?
       if [[ $rc -eq 124 ]]; then
         outcome="killed (timeout)"
+      elif [[ $rc -gt 128 ]]; then
+        outcome="killed (crash)"
       elif [[ $rc -ne 0 ]]; then
         outcome="killed"
       elif [[ -n ${ctests[i]} ]]; then
