@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak clean
+.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak mutants clean
 
 deps:
 	bash scripts/install-deps.sh
@@ -63,6 +63,10 @@ soak: build
 	$(BUILD)/tests/soak 10000
 	$(BUILD)/tests/web_soak 1000
 	VELQOR_CRASH_POINTS=1000 $(BUILD)/tests/velqor_tests --gtest_filter='*KillNine*'
+
+# Every deliberate fault of scripts/mutants.txt must make the suite fail; takes a while.
+mutants: build
+	bash scripts/mutants.sh $(BUILD)
 
 serve: build
 	$(BUILD)/velqor-camera serve

@@ -7,6 +7,7 @@
 
 #include "capture/PictureOptions.h"
 #include "session/DeviceSession.h"
+#include "session/ScenarioImages.h"
 #include "host/FileBytes.h"
 #include "host/JsonReader.h"
 #include "host/ValueJson.h"
@@ -342,6 +343,7 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
       for (const auto& o : result.outputs) produced.push_back(fs::path(o).extension().string());
       matches(expect["outputs"], produced, "outputs", result.differences);
     }
+    if (expect.contains("images")) ScenarioImages::check(expect["images"], result.outputs, names, result.differences);
     if (!result.watchdog.empty()) result.differences.push_back("watchdog: " + result.watchdog.front());
   } catch (const std::exception& e) {
     // A field of the wrong type or shape: say which part of which file.

@@ -48,11 +48,14 @@ struct ScenarioResult {
 //     "expect": {"answers": [{"command": "first", "status": "OK",
 //                             "payload": {"callbackURI": {"prefix": "file://"}}}],
 //                "events": ["pickerPresented", "pickerFinished", "pickerDismissed"],
-//                "open": ["first"]}
+//                "open": ["first"],
+//                "images": [{"width": 768, "height": 1024, "sameAs": {"input": "photo"}}]}
 //   }
 //
 // In expectations a string may be matched by {"prefix"}, {"suffix"},
 // {"contains"} or {"regex"} (RE2 syntax, see PatternMatcher); an object matches when every key it names matches.
+// "images" checks the pixels of the pictures left in the temporary directory
+// (see ScenarioImages).
 class ScenarioRunner {
  public:
   // Runs in `workDirectory`/<file stem>/, which FolderPolicy checks and
