@@ -11,8 +11,11 @@ namespace velqor {
 // re-encoding, for the asked time range, with the index moved to the front
 // when network use is optimised. Inputs are opened with the MOV/MP4 demuxer
 // forced and only the file protocol allowed, so a file that merely claims to
-// be a movie never makes it read anything else. A stream an MP4 cannot carry
-// fails the export with a clear description. The output is written under a
+// be a movie never makes it read anything else. What the copy keeps besides
+// the media (sample entry tags, display matrix, languages, handler names,
+// timed-metadata tracks, creation time, place, other keys, chapters) is
+// decided by MovieTracks and MovieMetadata; a track an MP4 cannot carry fails
+// the export with a description of that track. The output is written under a
 // temporary name in the output's directory and renamed into place, without
 // replacing anything, only when complete; a failed or cancelled export leaves
 // nothing at the output URL.
