@@ -146,6 +146,7 @@ StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind
     std::string why = "the picker did not take the file";
     for (const auto& e : session_.device().events()->events())
       if (e["event"] == "pickerFailed") why = e["error"].get<std::string>();
+    if (auto refused = session_.device().pickerRefusal()) why = *refused;
     return Status::invalidArgument(why);
   }
   return nlohmann::json{{"finished", true}, {"before", kind == "photo" ? metadataOf(bytes) : nlohmann::json::object()}};
@@ -163,7 +164,10 @@ StatusOr<nlohmann::json> WebBridge::pickAsset(const nlohmann::json& request) {
   auto st = session_.device().state();
   st.makePickerInfo = session_.pickerInfoFor(choice);
   session_.device().setState(std::move(st));
-  if (!session_.device().finishPicker()) return Status::failedPrecondition("no picker is on the screen");
+  if (!session_.device().finishPicker()) {
+    if (auto refused = session_.device().pickerRefusal()) return Status::invalidArgument(*refused);
+    return Status::failedPrecondition("no picker is on the screen");
+  }
   return nlohmann::json{{"finished", true}};
 }
 
