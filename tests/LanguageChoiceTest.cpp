@@ -65,6 +65,8 @@ INSTANTIATE_TEST_SUITE_P(
                      "zh_TW"},
         LanguageCase{"baseLanguageTakesItsMainRegion", Env{{"LANGUAGE", "pt"}}, Shipped{"en", "pt-PT", "pt-BR"},
                      "pt-BR"},
+        LanguageCase{"baseLanguageNotFirstInOrder", Env{{"LANGUAGE", "es"}}, Shipped{"en", "es-419", "es-ES"}, "es-ES"},
+        LanguageCase{"plainZhIsSimplified", Env{{"LANG", "zh_TW.UTF-8"}}, Shipped{"en", "zh", "zh-Hant"}, "zh-Hant"},
         LanguageCase{"anotherRegionBeforeEnglish", Env{{"LANG", "pt_BR.UTF-8"}}, Shipped{"en", "pt-PT"}, "pt-PT"},
         LanguageCase{"secondPreference", Env{{"LANGUAGE", "sv:fr"}}, Shipped{"en", "de", "fr"}, "fr"},
         LanguageCase{"languageListFirst", Env{{"LANGUAGE", "de"}, {"LANG", "fr_FR.UTF-8"}}, Shipped{"en", "fr", "de"},

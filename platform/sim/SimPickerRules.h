@@ -11,10 +11,11 @@ class ImagePickerController;
 
 // What a picker on the simulated screen lets its user hand over, by the way it
 // was set up, as the phone's picker only offers what its set-up allows: a
-// camera picker takes a new photo in photo mode or records a movie in video
-// mode and picks nothing from the library; a library picker only picks; a
 // photo needs "public.image" among the media types and a movie
-// "public.movie" or "public.video"; a crop needs editing on.
+// "public.movie" or "public.video" (so a camera set up for pictures, in photo
+// mode, records no movie, and one set up for movies, in video mode, takes no
+// photo); a camera picker picks nothing from the library and a library picker
+// takes no new photo or movie; a crop needs editing on.
 //
 // Threads: any; pure.
 class SimPickerRules {
