@@ -11,8 +11,6 @@ namespace {
 
 const char* const kNoPhotos = "the picker was set up for movies only: it does not hand over a photo";
 const char* const kNoMovies = "the picker was set up for pictures only: it does not hand over a movie";
-const char* const kCameraInVideoMode = "the camera was set up to record video: it takes no photo";
-const char* const kCameraInPhotoMode = "the camera was set up to take photos: it records no movie";
 const char* const kCameraPicksNothing = "the camera picker takes a new photo or movie: it picks nothing from the library";
 const char* const kLibraryTakesNothing = "the library picker picks from the library: it takes no new photo or movie";
 const char* const kNoEditing = "the picker was set up without editing: the user cannot crop";
@@ -36,13 +34,8 @@ std::optional<std::string> SimPickerRules::refusal(const ImagePickerController& 
   if (movie && !lists(types, kUTTypeMovie) && !lists(types, kUTTypeVideo)) return kNoMovies;
 
   const bool picked = has(info, PickerInfoKey::phAsset) || has(info, PickerInfoKey::referenceURL);
-  if (picker.sourceType() == SourceType::camera) {
-    if (picked) return kCameraPicksNothing;
-    if (photo && picker.cameraCaptureMode() != CameraCaptureMode::photo) return kCameraInVideoMode;
-    if (movie && picker.cameraCaptureMode() != CameraCaptureMode::video) return kCameraInPhotoMode;
-  } else if (!picked) {
-    return kLibraryTakesNothing;
-  }
+  if (picker.sourceType() == SourceType::camera && picked) return kCameraPicksNothing;
+  if (picker.sourceType() != SourceType::camera && !picked) return kLibraryTakesNothing;
   if (has(info, PickerInfoKey::editedImage) && !picker.allowsEditing()) return kNoEditing;
   return std::nullopt;
 }
