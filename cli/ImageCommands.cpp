@@ -5,6 +5,7 @@
 
 #include "cli/Cli.h"
 #include "host/FileBytes.h"
+#include "platform/linux/IccProfileBuilder.h"
 #include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
@@ -44,6 +45,10 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
       j["orientation"] = image->imageOrientation();
       j["type"] = image->sourceTypeName();
+      if (const auto& icc = image->iccProfile())
+        j["iccProfile"] = {{"description", IccProfileBuilder::description(*icc)}, {"bytes", icc->size()}};
+      else
+        j["iccProfile"] = nullptr;
       std::cout << j.dump() << "\n";
       return kExitOk;
     };
@@ -78,7 +83,8 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) {
-        std::cerr << "velqor-camera: cannot encode the image\n";
+        Status why = image->checkDecode();
+        std::cerr << "velqor-camera: cannot encode the image" << (why.ok() ? "" : ": " + why.message()) << "\n";
         return kExitFailure;
       }
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) throw UsageError{s.message()};

@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   libturbojpeg0-dev libjpeg62-turbo-dev libspng-dev libheif-dev
+  libgif-dev libwebp-dev libtiff-dev libstb-dev liblcms2-dev
   libexiv2-dev
   libavformat-dev libavcodec-dev libavutil-dev
   libsqlite3-dev libicu-dev liburiparser-dev

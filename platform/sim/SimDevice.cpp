@@ -291,11 +291,16 @@ std::vector<OpenReason> SimDevice::waitingOn() const {
       out.push_back({"an alert is on the screen waiting for a tap (message: \"" + alert->message() + "\")",
                      OpenReason::NextStep::tapAlert});
     } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
+      // The picker keeps what it cannot or will not hand over, as the phone's does.
+      std::string failed;
+      for (const auto& e : events_->events())
+        if (e["event"] == "pickerFailed") failed = e.value("error", "");
+      std::string why = "the picker is on the screen waiting for the user";
       if (auto refused = pickerRefusal())
-        out.push_back({"the picker refused what the user chose (" + *refused + ") and is still on the screen",
-                       OpenReason::NextStep::finishPicker});
-      else
-        out.push_back({"the picker is on the screen waiting for the user", OpenReason::NextStep::finishPicker});
+        why = "the picker refused what the user chose (" + *refused + ") and is still on the screen";
+      else if (!failed.empty())
+        why = "the picker could not take the user's choice (" + failed + ") and is still on the screen";
+      out.push_back({why, OpenReason::NextStep::finishPicker});
     }
   }
   return out;

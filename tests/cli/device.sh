@@ -50,6 +50,13 @@ grep -q '"event":"pickerRefused"' "$work/out"; check refused-event 0 $?
 grep -q 'set up for pictures only' "$work/err"; check refused-reason 0 $?
 grep -q '"status"' "$work/out"; check refused-no-answer 1 $?
 
+# A portrait camera photo answered as a file keeps its stored pixels and its orientation.
+"$bin" sample camera-jpeg --width 640 --height 480 -o "$work/portrait.jpg" >/dev/null
+photo=$("$bin" take-picture --args '[50, 1, 1]' --photo "$work/portrait.jpg" --library "$work/lib" --temp-dir "$work/photos" 2>/dev/null \
+  | answer | sed 's/.*"callbackURI":"\([^"]*\)".*/\1/')
+check portrait-orientation '"Orientation":6' "$("$bin" metadata "$photo" | tr -d ' \n' | grep -o '"Orientation":[0-9]*' | head -1)"
+check portrait-stored-size '"storedSize":[640,480]' "$("$bin" image-info "$photo" | grep -o '"storedSize":\[[0-9,]*\]')"
+
 # Files.
 path=$("$bin" temp-path jpg "${T[@]}")
 [[ "$path" =~ ^$work/tmp/velqor_photo_[0-9]{14}\.jpg$ ]]; check temp-path 0 $?
