@@ -5,6 +5,7 @@
 
 #include "cli/Cli.h"
 #include "cli/DeviceOptions.h"
+#include "files/UploadsFolder.h"
 #include "web/WebServer.h"
 
 namespace velqor::cli {
@@ -21,24 +22,6 @@ std::string shippedPage() {
   return ec ? std::string() : (exe.parent_path() / "page").string();
 }
 
-// A private directory for the files the user chooses in the page; removed on exit.
-class UploadDirectory {
- public:
-  UploadDirectory() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/velqor-serve-XXXXXX";
-    if (::mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~UploadDirectory() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 }  // namespace
 
 void registerServeCommand(CLI::App& app, Registration& chosen) {
@@ -52,6 +35,9 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
   serve->callback([&chosen] {
     chosen.run = [] {
       if (web.pageDirectory.empty()) web.pageDirectory = shippedPage();
+      auto uploads = UploadsFolder::create(UploadsFolder::defaultBase());
+      if (!uploads.ok()) throw UsageError{uploads.status().message()};
+      web.uploadsDirectory = (*uploads)->path();
       WebServer server(web);
       auto port = server.bind();
       if (!port.ok()) throw UsageError{port.status().message()};
@@ -59,13 +45,12 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       if (!config.fileUrlPrefix) config.fileUrlPrefix = server.origin() + "/files";
       auto session = DeviceSession::create(config);
       if (!session.ok()) throw UsageError{session.status().message()};
-      UploadDirectory uploads;
-      if (uploads.path().empty()) throw UsageError{"cannot create a directory for the page's files"};
       auto& s = **session;
       // A page may run for days: keep the recent answers and events, not all of them.
       s.host().answers()->setRetention(256);
+      s.host().answers()->setRetentionBytes(size_t{64} << 20);
       s.device().events()->setRetention(1024);
-      WebBridge bridge(s, uploads.path());
+      WebBridge bridge(s, (*uploads)->path());
       const std::string tmp = s.services().temporaryDirectory->path();
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
       std::signal(SIGINT, requestStop);
