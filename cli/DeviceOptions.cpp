@@ -69,7 +69,7 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
   app.add_option("--library-answer", libraryAnswer_, "What the user answers when asked for the library (an access state)");
   app.add_flag("--no-view-controller", noViewController_, "The host has no view controller to present on");
   app.add_flag("--no-settings-page", noSettingsPage_, "The settings page address forms no URL");
-  app.add_option("--lang", lang_, "The user's language (default: from LANGUAGE/LC_ALL/LANG)");
+  app.add_option("--lang", lang_, "The user's preferred languages, most preferred first: fr-CA or sv:pt (default: LANGUAGE, then LC_ALL/LC_MESSAGES/LANG)");
   app.add_option("--bundle", bundle_, "The application's Velqor.bundle directory");
   app.add_flag("--no-bundle", noBundle_, "The application ships no Velqor.bundle");
   app.add_option("--temp-dir", tempDir_, "The application's temporary directory");

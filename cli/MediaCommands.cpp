@@ -45,12 +45,18 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
   sample->add_option("--orientation", orientation, "EXIF orientation tag (default 6)");
   sample->add_option("--quality", quality, "JPEG quality (default 93)");
   sample->add_option("-o,--output", out, "Where to write it")->required();
+  static MovieSpec recording;
+  sample->add_option("--rotation", recording.rotation, "Movie: clockwise turn of its display matrix (0, 90, 180, 270)")
+      ->check(CLI::IsMember({0, 90, 180, 270}));
+  sample->add_option("--creation-time", recording.creationTime, "Movie: when it was recorded, 2024-03-05T14:07:31.000000Z");
+  sample->add_option("--location", recording.location, "Movie: where it was recorded, ISO 6709 (+48.8584+002.2945+035.000/)");
+  sample->add_option("--video-codec", recording.videoCodec, "Movie: h264 or hevc (hvc1)")->check(CLI::IsMember({"h264", "hevc"}));
   sample->callback([&chosen, sample] {
     chosen.run = [sample] {
       if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > 100'000'000)
         throw UsageError{"--width and --height must be positive and at most 100 megapixels together"};
       if (kind == "movie") {
-        MovieSpec shape;
+        MovieSpec shape = recording;
         shape.seconds = seconds;
         shape.noise = noise;
         if (sample->count("--width")) shape.width = width;

@@ -63,7 +63,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.completionMonitor = s->watchdog_;
   p.clock = std::make_shared<SystemClock>();
   p.locale = UserLocale::fromEnvironment();
-  if (!config.language.empty()) p.locale.language = config.language;
+  if (!config.language.empty()) p.locale.preferredLanguages = UserLocale::languageList(config.language);
   s->device_->installInto(p);
   p.locationService = s->location_;
   if (config.gpsd) {

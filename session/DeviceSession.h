@@ -27,7 +27,8 @@ struct DeviceConfig {
   bool viewController = true;
   // Empty: the default private directory.
   std::string temporaryDirectory;
-  // Empty: from the locale variables.
+  // The user's preferred languages, "sv:fr" (colons or commas between them);
+  // empty: from the locale variables.
   std::string language;
   std::optional<std::string> fileUrlPrefix;
   // Empty: the default library beside the temporary directory.

@@ -61,7 +61,7 @@ class Localization : public PluginHarness {
     language_ = language;
     build(s);
   }
-  void customize(PlatformServices& s) override { s.locale.language = language_; }
+  void customize(PlatformServices& s) override { s.locale.preferredLanguages = {language_}; }
   std::string language_ = "en";
 };
 

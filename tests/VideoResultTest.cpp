@@ -197,6 +197,14 @@ Bytes pcmMovie() {
   return *FileBytes::read(d.path("m.mov"));
 }
 
+Bytes timecodeMovie() {
+  testing::TestDirectory d;
+  MovieSpec s = movieShape(true, true);
+  s.timecode = "01:00:00:00";
+  EXPECT_TRUE(SampleMovies::make(d.path("m.mov"), s).ok());
+  return *FileBytes::read(d.path("m.mov"));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Inputs, HostileMovies,
     ::testing::Values(HostileMovie{"zeroBytes", [] { return Bytes{}; }, "could not be opened"},
@@ -207,7 +215,8 @@ INSTANTIATE_TEST_SUITE_P(
                                      return Bytes(m3u.begin(), m3u.end());
                                    }, "could not be opened"},
                       HostileMovie{"truncated", truncatedMovie, "movie"},
-                      HostileMovie{"pcmAudioTrack", pcmMovie, "which an MPEG-4 file cannot carry"}),
+                      HostileMovie{"pcmAudioTrack", pcmMovie, "a pcm_f32le audio track, which an MPEG-4 file cannot carry"},
+                      HostileMovie{"timecodeTrack", timecodeMovie, "a timecode track (tmcd), which an MPEG-4 file cannot carry"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 class FakeSession final : public ExportSession {

@@ -212,6 +212,7 @@ StatusOr<nlohmann::json> WebBridge::finishPickerWithUpload(const std::string& ki
     std::string why = "the picker did not take the file";
     for (const auto& e : session_.device().events()->events())
       if (e["event"] == "pickerFailed") why = e["error"].get<std::string>();
+    if (auto refused = session_.device().pickerRefusal()) why = *refused;
     return Status::invalidArgument(why);
   }
   nlohmann::json before = nlohmann::json::object();
@@ -236,7 +237,10 @@ StatusOr<nlohmann::json> WebBridge::pickAsset(const nlohmann::json& request) {
   auto st = session_.device().state();
   st.makePickerInfo = session_.pickerInfoFor(choice);
   session_.device().setState(std::move(st));
-  if (!session_.device().finishPicker()) return Status::failedPrecondition("no picker is on the screen");
+  if (!session_.device().finishPicker()) {
+    if (auto refused = session_.device().pickerRefusal()) return Status::invalidArgument(*refused);
+    return Status::failedPrecondition("no picker is on the screen");
+  }
   nlohmann::json before = nlohmann::json::object();
   if (!found->isVideo())
     if (auto bytes = FileBytes::read(found->filePath(), kMaxMetadataBytes); bytes.ok())

@@ -41,6 +41,16 @@ check localize-de "Abbrechen" "$("$bin" localize CANCEL --lang de)"
 check localize-missing "NOPE" "$("$bin" localize NOPE)"
 check localize-no-bundle "" "$("$bin" localize CANCEL --no-bundle)"
 "$bin" take-picture --camera-access bogus >/dev/null 2>&1; check bad-access-exit 2 $?
+check localize-second-choice "Annuler" "$(LANGUAGE=sv:fr "$bin" localize CANCEL)"
+check localize-region-dropped "Abbrechen" "$(LANGUAGE= LC_ALL= LANG=de_AT.UTF-8 "$bin" localize CANCEL)"
+
+# A picker set up for pictures does not take a movie: it stays on the screen, nothing is answered.
+"$bin" sample movie --seconds 0.3 -o "$work/movie.mov" >/dev/null
+"$bin" take-picture --args '[50, 1, 1]' --video "$work/movie.mov" --events "${T[@]}" >"$work/out" 2>"$work/err"
+check refused-exit 3 $?
+grep -q '"event":"pickerRefused"' "$work/out"; check refused-event 0 $?
+grep -q 'set up for pictures only' "$work/err"; check refused-reason 0 $?
+grep -q '"status"' "$work/out"; check refused-no-answer 1 $?
 
 # A portrait camera photo answered as a file keeps its stored pixels and its orientation.
 "$bin" sample camera-jpeg --width 640 --height 480 -o "$work/portrait.jpg" >/dev/null
