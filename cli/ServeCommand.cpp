@@ -5,6 +5,7 @@
 
 #include "cli/Cli.h"
 #include "cli/DeviceOptions.h"
+#include "session/ShippedData.h"
 #include "web/WebServer.h"
 
 namespace velqor::cli {
@@ -14,12 +15,8 @@ std::atomic<bool> stopRequested{false};
 
 void requestStop(int) { stopRequested = true; }
 
-// The page shipped beside the executable, as the bundle is.
-std::string shippedPage() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return ec ? std::string() : (exe.parent_path() / "page").string();
-}
+// The page installed with the program, found as the strings bundle is.
+std::string shippedPage() { return ShippedData::find("page").value_or(std::string()); }
 
 // A private directory for the files the user chooses in the page; removed on exit.
 class UploadDirectory {
@@ -70,8 +67,8 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
       std::signal(SIGINT, requestStop);
       std::signal(SIGTERM, requestStop);
-      std::cout << "velqor-camera: serving " << server.origin() << "/ (temporary directory " << tmp << ", library "
-                << s.library().directory() << "); Ctrl-C stops" << std::endl;
+      Console::result("velqor-camera: serving " + server.origin() + "/ (temporary directory " + tmp + ", library " +
+                      s.library().directory() + "); Ctrl-C stops");
       auto& main = s.host().mainQueue();
       while (!stopRequested) {
         main.waitForWork(std::chrono::milliseconds(100));
@@ -79,7 +76,7 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       }
       server.stop();
       s.host().runUntilQuiescent(std::chrono::seconds(5));
-      std::cout << "velqor-camera: stopped" << std::endl;
+      Console::info("stopped");
       return kExitOk;
     };
   });

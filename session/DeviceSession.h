@@ -63,7 +63,7 @@ class DeviceSession {
   // Why a command is still open, one reason a line; never empty.
   std::vector<std::string> whyOpen() const;
 
-  // The bundle shipped beside the executable, if any.
+  // The strings bundle installed with the program (see ShippedData), if any.
   static std::optional<std::string> shippedBundle();
 
  private:
