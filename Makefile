@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak clean
+.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak clean docs embed-check package
 
 deps:
 	bash scripts/install-deps.sh
@@ -61,6 +61,20 @@ fuzz-smoke: deps
 soak: build
 	$(BUILD)/tests/soak 10000
 	VELQOR_CRASH_POINTS=1000 $(BUILD)/tests/velqor_tests --gtest_filter='*KillNine*'
+
+# API documentation from the public headers (installs Doxygen when missing).
+docs:
+	command -v doxygen >/dev/null || apt-get install -y --no-install-recommends doxygen
+	doxygen docs/Doxyfile
+	@echo "API documentation: build/docs/html/index.html"
+
+# Installs into a fresh prefix and builds and runs examples/embed against it.
+embed-check: build
+	bash scripts/embed-check.sh $(BUILD)
+
+# The Debian package: $(BUILD)/velqor-camera_*.deb.
+package: build
+	cd $(BUILD) && cpack -G DEB
 
 serve: build
 	$(BUILD)/velqor-camera serve

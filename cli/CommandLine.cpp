@@ -27,7 +27,7 @@ const CLI::Option* findAbove(const CLI::App* app, const std::string& name) {
 }
 
 bool takesValue(const CLI::Option* option, const std::string& token) {
-  return option && option->get_type_size_max() > 0 && token.find('=') == std::string::npos;
+  return option && option->get_items_expected_max() > 0 && token.find('=') == std::string::npos;
 }
 
 std::vector<std::string> subcommandNames(const CLI::App& app) {

@@ -26,7 +26,7 @@ void completionCases(const CLI::App& app, const std::string& path, std::ostream&
   for (const CLI::Option* opt : app.get_options()) {
     for (const auto& name : opt->get_lnames()) {
       options.push_back("--" + name);
-      if (opt->get_type_size_max() > 0) valueOptions.push_back("--" + name);
+      if (opt->get_items_expected_max() > 0) valueOptions.push_back("--" + name);
     }
     for (const auto& name : opt->get_snames()) options.push_back("-" + name);
   }
@@ -83,8 +83,10 @@ std::string bashCompletion(const CLI::App& app) {
 void registerHelpCommands(CLI::App& app, Registration& chosen) {
   static std::vector<std::string> topic;
   auto* help = app.add_subcommand("help", "Print the help of velqor-camera or of a subcommand");
-  help->add_option("SUBCOMMAND", topic, "The subcommand, with its own subcommand if it has one");
-  help->callback([&app, &chosen] {
+  // The words after `help` name a subcommand; they must not select it.
+  help->prefix_command();
+  help->callback([&app, &chosen, help] {
+    topic = help->remaining();
     chosen.run = [&app] {
       const CLI::App* about = &app;
       std::vector<std::string> path;

@@ -6,8 +6,10 @@
 
 namespace velqor {
 
-// The outcome of an operation that can fail, carried as a value across every
-// boundary of the project (no exceptions leave a library).
+/// The outcome of an operation that can fail, carried as a value across every
+/// boundary of the project (no exceptions leave a library).
+///
+/// Threads: a plain value; copy it freely, on any thread.
 class Status {
  public:
   enum class Code {

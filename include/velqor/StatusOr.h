@@ -8,7 +8,9 @@
 
 namespace velqor {
 
-// Either a value or the non-ok Status that explains why there is none.
+/// Either a value or the non-ok Status that explains why there is none.
+///
+/// Threads: a plain value, safe to move between threads like the T it holds.
 template <typename T>
 class StatusOr {
  public:
