@@ -9,6 +9,8 @@
 namespace velqor {
 
 /// One location fix the simulated location service delivers.
+///
+/// Threads: a plain value.
 struct LocationReading {
   double latitude = 0;   ///< degrees, -90 to 90
   double longitude = 0;  ///< degrees, -180 to 180

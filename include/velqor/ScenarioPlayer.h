@@ -32,7 +32,7 @@ struct ScenarioReport {
 /// it on the calling thread.
 class ScenarioPlayer {
  public:
-  /// Runs `file` in `workDirectory`/<file stem>/ (emptied first). A scenario
+  /// Runs `file` in `workDirectory`/STEM/ (STEM: the file name without extension, emptied first). A scenario
   /// that cannot be read or set up is an error; an unmet expectation is a
   /// report with `passed` false.
   static StatusOr<ScenarioReport> run(const std::string& file, const std::string& workDirectory);
