@@ -35,6 +35,8 @@ void registerLibraryCommands(CLI::App& app, Registration& chosen);
 void registerScenarioCommands(CLI::App& app, Registration& chosen);
 void registerServeCommand(CLI::App& app, Registration& chosen);
 void registerHelpCommands(CLI::App& app, Registration& chosen);
+// Prints the help of the subcommand the words name (the program's for none).
+int printHelp(const CLI::App& app, const std::vector<std::string>& words);
 
 // Refuses an option that means nothing together with another one.
 void refuseTogether(const CLI::App& app, const std::string& a, const std::string& b, const std::string& why);

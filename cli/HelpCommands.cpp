@@ -80,34 +80,32 @@ std::string bashCompletion(const CLI::App& app) {
 
 }  // namespace
 
+int printHelp(const CLI::App& app, const std::vector<std::string>& words) {
+  const CLI::App* about = &app;
+  std::vector<std::string> path;
+  for (const auto& word : words) {
+    const CLI::App* sub = CommandLine::subcommandNamed(*about, word);
+    if (!sub) {
+      std::vector<std::string> names;
+      for (const CLI::App* c : children(*about)) names.push_back(c->get_name());
+      std::string near = CommandLine::nearest(word, names);
+      throw UsageError{"no subcommand \"" + word + "\"" + (near.empty() ? "" : "; did you mean \"" + near + "\"?")};
+    }
+    path.push_back(word);
+    about = sub;
+  }
+  // App::help would describe the subcommand chosen on this command line (help itself).
+  std::cout << about->get_formatter()->make_help(about, CommandLine::commandName(path), CLI::AppFormatMode::Normal);
+  return kExitOk;
+}
+
 void registerHelpCommands(CLI::App& app, Registration& chosen) {
+  // Listed in --help; main() answers `help WORDS...` itself, before CLI11 could
+  // take WORDS for the subcommand to run.
   static std::vector<std::string> topic;
   auto* help = app.add_subcommand("help", "Print the help of velqor-camera or of a subcommand");
-  // The words after `help` name a subcommand; they must not select it.
-  help->prefix_command();
-  help->callback([&app, &chosen, help] {
-    topic = help->remaining();
-    chosen.run = [&app] {
-      const CLI::App* about = &app;
-      std::vector<std::string> path;
-      for (const auto& word : topic) {
-        const CLI::App* sub = CommandLine::subcommandNamed(*about, word);
-        if (!sub) {
-          std::string near = CommandLine::nearest(word, [&] {
-            std::vector<std::string> names;
-            for (const CLI::App* c : children(*about)) names.push_back(c->get_name());
-            return names;
-          }());
-          throw UsageError{"no subcommand \"" + word + "\"" + (near.empty() ? "" : "; did you mean \"" + near + "\"?")};
-        }
-        path.push_back(word);
-        about = sub;
-      }
-      // App::help would describe the subcommand chosen on this command line (help itself).
-      Console::result(about->get_formatter()->make_help(about, CommandLine::commandName(path), CLI::AppFormatMode::Normal));
-      return kExitOk;
-    };
-  });
+  help->add_option("SUBCOMMAND", topic, "The subcommand, with its own subcommand if it has one");
+  help->callback([&app, &chosen] { chosen.run = [&app] { return printHelp(app, topic); }; });
 
   static std::string shell;
   auto* completion = app.add_subcommand("completion", "Print a shell completion script (bash)");

@@ -42,6 +42,9 @@ int parseAndRun(CLI::App& app, Registration& chosen, const std::string& logLevel
   CommandLine::Reading reading;
   try {
     reading = CommandLine::read(app, typed);
+    const bool helpFlag = std::find_if(typed.begin(), stop, [](const std::string& t) { return t == "-h" || t == "--help"; }) != stop;
+    if (reading.path == std::vector<std::string>{"help"} && !helpFlag)
+      return printHelp(app, std::vector<std::string>(reading.arguments.begin() + 1, reading.arguments.end()));
     std::vector<std::string> reversed(reading.arguments.rbegin(), reading.arguments.rend());
     app.parse(reversed);
   } catch (const CLI::CallForHelp& e) {
@@ -72,6 +75,7 @@ int parseAndRun(CLI::App& app, Registration& chosen, const std::string& logLevel
 int main(int argc, char** argv) {
   using namespace velqor::cli;
   CLI::App app{"velqor-camera: the VelqorCamera plug-in on a simulated device"};
+  app.name("velqor-camera");
   app.fallthrough();  // options of an outer command are accepted after a subcommand too
   app.footer(kExitTable);
   std::string logLevel = "info";

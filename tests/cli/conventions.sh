@@ -48,7 +48,7 @@ expect no-subcommand 2 'a subcommand is required; see velqor-camera --help' --
 expect unexpected-in-order 2 'unexpected argument a b; see velqor-camera options --help' -- options --args '[]' a b
 expect library-option-after 0 '' -- library list --library "$work/library"
 expect library-option-before 0 '' -- --library "$work/library" library list
-expect device-option-before 0 '' -- --cancel take-picture "${T[@]}"
+expect device-option-before 0 'cameraDirection rear' -- --cancel take-picture "${T[@]}"
 expect log-level-after 0 '' -- take-picture --cancel "${T[@]}" --log-level error
 expect bad-log-level 2 'log-level' -- --log-level loud take-picture
 
