@@ -34,7 +34,7 @@ test-browser: build
 	command -v chromium >/dev/null || apt-get install -y --no-install-recommends chromium
 	command -v node >/dev/null || apt-get install -y --no-install-recommends nodejs
 	cd $(BUILD) && ctest --output-on-failure -R browser_capture
-	@echo "screenshot: $(BUILD)/browser-capture.png"
+	@echo "screenshots: $(BUILD)/browser-capture.png (page after a camera capture), $(BUILD)/browser-open.png, $(BUILD)/demo-report.png"
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer, and
 # under ThreadSanitizer, each in a build folder of its own.

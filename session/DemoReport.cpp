@@ -1,70 +1,184 @@
 #include "session/DemoReport.h"
 
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "host/FileBytes.h"
-#include "host/ValueJson.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/LinuxImageCodec.h"
-#include "results/ImageGeometry.h"
+#include "session/HtmlText.h"
+#include "session/MediaFacts.h"
+#include "session/ReportStyle.h"
+#include "session/ScenarioWords.h"
 
 namespace velqor {
 namespace fs = std::filesystem;
+using json = nlohmann::ordered_json;
 
 namespace {
 
-std::string escape(const std::string& s) {
-  std::string out;
-  for (char c : s) {
-    switch (c) {
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '&': out += "&amp;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
+const auto& esc = HtmlText::escape;
+
+std::string text(const json& v) { return v.is_string() ? v.get<std::string>() : v.dump(); }
+
+std::string verdict(const ScenarioResult& r) {
+  if (!r.error.empty()) return "<span class=\"verdict fail\">not run</span>";
+  return r.passed ? "<span class=\"verdict pass\">pass</span>" : "<span class=\"verdict fail\">fail</span>";
+}
+
+// The picker as the user saw it.
+std::string pickerCard(const json& e) {
+  const auto source = e.value("source", json(-1));
+  const bool camera = source == 1;
+  std::ostringstream card;
+  card << "<div class=\"screen-card\"><div class=\"card-title\">"
+       << (camera ? "Camera" : source == 0 ? "Photo library" : source == 2 ? "Saved photos" : "Picker") << "</div>";
+  std::string media;
+  for (const auto& m : e.value("mediaTypes", json::array())) media += (media.empty() ? "" : ", ") + text(m);
+  card << "<div>shows " << esc(media.empty() ? "nothing" : media) << "</div>";
+  if (camera)
+    card << "<div>" << (e.value("captureMode", json(0)) == 1 ? "video" : "photo") << " capture, "
+         << (e.value("cameraDevice", json(0)) == 1 ? "front" : "rear") << " camera</div>";
+  card << "<div>" << (e.value("allowsEditing", false) ? "editing allowed" : "no editing") << "</div>";
+  return card.str();
+}
+
+// An alert with its buttons; `tapped` is the title the user chose, if any.
+std::string alertCard(const json& e, const std::string& tapped) {
+  std::ostringstream card;
+  card << "<div class=\"screen-card alert\"><div class=\"card-title\">" << esc(text(e.value("title", json("")))) << "</div>"
+       << "<div class=\"message\">" << esc(text(e.value("message", json("")))) << "</div><div class=\"alert-buttons\">";
+  for (const auto& b : e.value("buttons", json::array()))
+    card << "<span class=\"alert-button" << (text(b) == tapped ? " tapped" : "") << "\">" << esc(text(b)) << "</span>";
+  card << "</div>";
+  return card.str();
+}
+
+// What the phone's screen showed, one card per picker or alert, each closed
+// with what became of it; then every event in order.
+std::string screenStrip(const json& events) {
+  std::ostringstream out;
+  std::string open;  // the card whose ending is not known yet
+  const auto finish = [&](const std::string& ending) {
+    if (open.empty()) return;
+    out << open << "<div class=\"card-end\">" << esc(ending) << "</div></div>";
+    open.clear();
+  };
+  for (size_t i = 0; i < events.size(); ++i) {
+    const std::string name = text(events[i].value("event", json("")));
+    if (name == "pickerPresented") {
+      finish("");
+      open = pickerCard(events[i]);
+    } else if (name == "alertShown") {
+      finish("");
+      std::string tapped;
+      for (size_t j = i + 1; j < events.size() && tapped.empty(); ++j)
+        if (events[j].value("event", json("")) == "alertTapped") tapped = text(events[j].value("button", json("")));
+      open = alertCard(events[i], tapped);
+    } else if (name == "pickerFinished" || name == "pickerCancelled" || name == "pickerFailed") {
+      finish(name == "pickerFinished" ? "→ the user finished it" : name == "pickerCancelled" ? "→ the user cancelled" : "→ it failed: " + text(events[i].value("error", json(""))));
+    } else if (name == "alertTapped") {
+      finish("→ tapped “" + text(events[i].value("button", json(""))) + "”");
     }
   }
-  return out;
-}
-
-bool isImage(const std::string& path) {
-  auto ext = fs::path(path).extension().string();
-  return ext == ".jpg" || ext == ".png" || ext == ".jpeg";
-}
-
-// A 240-pixel thumbnail made with the project's own pipeline; its file name.
-std::string thumbnail(const std::string& path, const std::string& dir, int index) {
-  LinuxImageCodec codec;
-  auto bytes = FileBytes::read(path, 256u << 20);
-  if (!bytes.ok()) return {};
-  auto image = codec.imageWithData(std::make_shared<const Bytes>(std::move(*bytes)));
-  if (!image) return {};
-  auto small = ImageGeometry::imageByScalingNotCroppingForSize(*image, {240, 240});
-  if (!small) return {};
-  auto jpeg = codec.jpegRepresentation(*small, 0.8);
-  if (!jpeg) return {};
-  const std::string name = "thumb-" + std::to_string(index) + ".jpg";
-  if (!FileBytes::writeAtomically(dir + "/" + name, *jpeg).ok()) return {};
-  return name;
-}
-
-std::string metadataSummary(const std::string& path) {
-  auto bytes = FileBytes::read(path, 256u << 20);
-  if (!bytes.ok()) return "";
-  auto dict = ImageMetadata::read(*bytes);
-  if (!dict.ok()) return "(no metadata)";
-  nlohmann::json j;
-  for (const char* key : {"Orientation", "{Exif}", "{GPS}"})
-    if (const Value* v = find(*dict, key)) j[key] = valueToJson(*v);
-  if (j.contains("{Exif}")) {
-    nlohmann::json kept;
-    for (const char* k : {"DateTimeOriginal", "ExposureTime", "FNumber", "ISOSpeedRatings", "LensModel"})
-      if (j["{Exif}"].contains(k)) kept[k] = j["{Exif}"][k];
-    j["{Exif}"] = kept;
+  finish("→ still on the screen");
+  std::string cards = out.str();
+  std::ostringstream strip;
+  strip << "<div class=\"strip\">" << (cards.empty() ? "<p class=\"quiet\">Nothing was shown.</p>" : cards) << "</div>";
+  if (!events.empty()) {
+    strip << "<p class=\"timeline\">";
+    for (size_t i = 0; i < events.size(); ++i)
+      strip << (i ? " → " : "") << "<span>" << esc(text(events[i].value("event", json("")))) << "</span>";
+    strip << "</p>";
   }
-  return j.is_null() ? "(no metadata)" : j.dump(1);
+  return strip.str();
+}
+
+std::string callsTable(const json& steps) {
+  std::ostringstream out;
+  out << "<table class=\"steps\"><tr><th>call</th><th>label</th><th>options</th><th>time</th></tr>";
+  for (const auto& s : steps) {
+    char ms[32];
+    std::snprintf(ms, sizeof ms, "%.0f ms", s.value("milliseconds", 0.0));
+    out << "<tr><td><code>" << esc(text(s.value("call", json("")))) << "</code></td><td>" << esc(text(s.value("label", json(""))))
+        << "</td><td>" << (s.contains("options") ? esc(ScenarioWords::options(s["options"])) : "—") << "</td><td>" << ms << "</td></tr>";
+  }
+  return out.str() + "</table>";
+}
+
+std::string answersList(const ScenarioResult& r) {
+  std::ostringstream out;
+  out << "<ul class=\"answers\">";
+  for (const auto& a : r.answers) {
+    const bool ok = a.value("status", "") == "OK";
+    out << "<li class=\"" << (ok ? "ok" : "err") << "\"><b>" << esc(text(a.value("command", json("?")))) << "</b> "
+        << esc(ScenarioWords::answer(a)) << "<div class=\"raw\">"
+        << HtmlText::folded(a.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)) << "</div></li>";
+  }
+  for (const auto& o : r.open) {
+    const auto colon = o.find(": ");
+    out << "<li class=\"open\"><b>" << esc(o.substr(0, colon)) << "</b> stays open: "
+        << esc(colon == std::string::npos ? std::string() : o.substr(colon + 2)) << "</li>";
+  }
+  for (const auto& w : r.watchdog) out << "<li class=\"err\">" << esc(w) << "</li>";
+  if (r.answers.empty() && r.open.empty()) out << "<li class=\"quiet\">No command was answered or left open.</li>";
+  return out.str() + "</ul>";
+}
+
+// One input or output: its thumbnail beside what it is.
+std::string mediaFigure(const std::string& path, const std::string& directory, int& thumbs) {
+  const MediaFacts facts = MediaFacts::of(path);
+  std::ostringstream out;
+  out << "<figure>";
+  const std::string thumb = "thumb-" + std::to_string(thumbs) + ".jpg";
+  const bool picture = facts.kind == MediaFacts::Kind::image || facts.kind == MediaFacts::Kind::movie;
+  if (picture && MediaFacts::writeThumbnail(path, directory + "/" + thumb)) {
+    ++thumbs;
+    out << "<img src=\"" << thumb << "\" alt=\"" << esc(fs::path(path).filename().string()) << "\">";
+  } else {
+    out << "<div class=\"tile\">" << (facts.kind == MediaFacts::Kind::movie ? "movie" : "file") << "</div>";
+  }
+  out << "<figcaption><code title=\"" << esc(path) << "\">" << esc(fs::path(path).filename().string())
+      << "</code><br>" << esc(facts.describe());
+  if (!facts.metadata.empty()) out << "<div class=\"raw\">" << HtmlText::folded(facts.metadata.dump(), 90) << "</div>";
+  out << "</figcaption></figure>";
+  return out.str();
+}
+
+std::string mediaColumns(const ScenarioResult& r, const std::string& directory, int& thumbs) {
+  if (r.inputs.empty() && r.outputs.empty()) return {};
+  std::ostringstream out;
+  out << "<h3>Inputs and outputs</h3><div class=\"media\">";
+  for (const auto& [title, files] : {std::pair{"In: what the user gave", &r.inputs}, std::pair{"Out: what the plug-in wrote", &r.outputs}}) {
+    out << "<div class=\"column\"><h4>" << title << "</h4>";
+    if (files->empty()) out << "<p class=\"quiet\">none</p>";
+    for (const auto& f : *files) out << mediaFigure(f, directory, thumbs);
+    out << "</div>";
+  }
+  return out.str() + "</div>";
+}
+
+std::string scenarioSection(const ScenarioResult& r, const std::string& directory, int& thumbs) {
+  std::ostringstream out;
+  out << "<section class=\"scenario " << (r.passed ? "passed" : "failed") << "\" id=\"" << esc(r.name) << "\"><h2>"
+      << esc(r.name) << " " << verdict(r) << "</h2><p class=\"description\">" << esc(r.description) << "</p>";
+  if (!r.differences.empty()) {
+    out << "<div class=\"problems\"><b>" << (r.error.empty() ? "Not as expected" : "Could not be run") << "</b><ul>";
+    for (const auto& d : r.differences) out << "<li>" << HtmlText::folded(d, 300) << "</li>";
+    out << "</ul></div>";
+  }
+  if (!r.error.empty()) return out.str() + "</section>";
+  const auto actions = ScenarioWords::userActions(r);
+  out << "<p class=\"summary\">" << esc(ScenarioWords::summary(r)) << "</p><div class=\"facts\"><div><h3>Device</h3><p>"
+      << esc(ScenarioWords::device(r.device)) << "</p></div><div><h3>The user</h3>";
+  if (actions.empty()) out << "<p class=\"quiet\">does nothing</p>";
+  else {
+    out << "<ul>";
+    for (const auto& a : actions) out << "<li>" << esc(a) << "</li>";
+    out << "</ul>";
+  }
+  out << "</div></div><h3>Calls</h3>" << callsTable(r.steps) << "<h3>What the screen showed</h3>" << screenStrip(r.events)
+      << "<h3>What came back</h3>" << answersList(r) << mediaColumns(r, directory, thumbs);
+  return out.str() + "</section>";
 }
 
 }  // namespace
@@ -73,52 +187,24 @@ StatusOr<std::string> DemoReport::write(const std::vector<ScenarioResult>& resul
   std::error_code ec;
   fs::create_directories(directory, ec);
   if (ec) return Status::unavailable("cannot create " + directory + ": " + ec.message());
+  size_t passed = 0;
+  for (const auto& r : results) passed += r.passed ? 1 : 0;
   std::ostringstream html;
-  html << "<!doctype html><html><head><meta charset=\"utf-8\"><title>VelqorCamera demo</title><style>"
-          "body{font-family:sans-serif;margin:2em;max-width:72em}section{border-top:1px solid #ccc;padding:1em 0}"
-          "pre{background:#f6f6f6;padding:.5em;overflow-x:auto;font-size:12px}.pass{color:#080}.fail{color:#b00}"
-          "img{border:1px solid #999;margin:4px}table{border-collapse:collapse}td,th{padding:2px 8px;text-align:left}"
-          "</style></head><body><h1>VelqorCamera demo</h1><table><tr><th>scenario</th><th>verdict</th></tr>";
+  html << "<!doctype html><html lang=\"en\"><head><meta charset=\"utf-8\"><meta name=\"viewport\" "
+          "content=\"width=device-width, initial-scale=1\"><title>VelqorCamera demo</title><style>"
+       << ReportStyle::css() << "</style></head><body><header><h1>VelqorCamera demo</h1><p class=\"count\">"
+       << results.size() << " scenarios: " << passed << " passed, " << results.size() - passed
+       << " failed</p></header><table class=\"index\"><tr><th>scenario</th><th>verdict</th><th>in short</th></tr>";
   for (const auto& r : results)
-    html << "<tr><td><a href=\"#" << escape(r.name) << "\">" << escape(r.name) << "</a></td><td class=\""
-         << (r.passed ? "pass\">pass" : "fail\">fail") << "</td></tr>";
+    html << "<tr class=\"" << (r.passed ? "passed" : "failed") << "\"><td><a href=\"#" << esc(r.name) << "\">" << esc(r.name)
+         << "</a></td><td>" << verdict(r) << "</td><td>" << esc(ScenarioWords::cameBack(r)) << "</td></tr>";
   html << "</table>";
   int thumbs = 0;
-  for (const auto& r : results) {
-    html << "<section id=\"" << escape(r.name) << "\"><h2>" << escape(r.name) << " <span class=\""
-         << (r.passed ? "pass\">pass" : "fail\">fail") << "</span></h2><p>" << escape(r.description) << "</p>";
-    html << "<h3>Steps, options and timing</h3><pre>" << escape(r.steps.dump(1)) << "</pre>";
-    html << "<h3>What the user saw</h3><pre>";
-    for (const auto& e : r.events) html << escape(e.dump()) << "\n";
-    html << "</pre><h3>Answers</h3><pre>";
-    for (const auto& a : r.answers) {
-      std::string line = a.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-      if (line.size() > 600) line = line.substr(0, 600) + "… (" + std::to_string(line.size()) + " characters)";
-      html << escape(line) << "\n";
-    }
-    for (const auto& o : r.open) html << "still open: " << escape(o) << "\n";
-    for (const auto& w : r.watchdog) html << escape(w) << "\n";
-    html << "</pre>";
-    for (const auto& d : r.differences) html << "<p class=\"fail\">" << escape(d) << "</p>";
-    for (const auto& [title, files] : {std::pair{"Inputs", &r.inputs}, std::pair{"Output files", &r.outputs}}) {
-      if (files->empty()) continue;
-      html << "<h3>" << title << "</h3>";
-      for (const auto& f : *files) {
-        html << "<div><code>" << escape(f) << "</code> (" << fs::file_size(f, ec) << " bytes)<br>";
-        if (isImage(f)) {
-          std::string t = thumbnail(f, directory, thumbs++);
-          if (!t.empty()) html << "<img src=\"" << t << "\" alt=\"thumbnail\">";
-          html << "<pre>" << escape(metadataSummary(f)) << "</pre>";
-        }
-        html << "</div>";
-      }
-    }
-    html << "</section>";
-  }
+  for (const auto& r : results) html << scenarioSection(r, directory, thumbs);
   html << "</body></html>\n";
   const std::string path = fs::absolute(directory + "/index.html").lexically_normal().string();
-  std::string text = html.str();
-  RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size())));
+  const std::string page = html.str();
+  RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(page.data()), page.size())));
   return path;
 }
 

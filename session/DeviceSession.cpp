@@ -104,32 +104,45 @@ std::function<StatusOr<Dictionary>(const ImagePickerController&)> DeviceSession:
   };
 }
 
-std::vector<std::string> DeviceSession::whyOpen() const {
-  std::vector<std::string> reasons = device_->waitingFor();
+std::vector<OpenReason> DeviceSession::openReasons(size_t eventsFrom) const {
+  using Step = OpenReason::NextStep;
+  std::vector<OpenReason> reasons = device_->waitingOn();
   const auto& core = plugin_->core();
-  auto state = device_->state();
   if (!config_.viewController) {
     if (core->pickerController.load())
-      reasons.push_back("no view controller: the picker was created but never shown");
+      reasons.push_back({"no view controller: the picker was created but never shown"});
     else
-      reasons.push_back("no view controller: nothing could be shown to the user");
+      reasons.push_back({"no view controller: nothing could be shown to the user"});
   }
-  for (const auto& e : device_->events()->events()) {
+  for (const auto& e : device_->events()->eventsFrom(eventsFrom)) {
     if (e["event"] == "settingsOpened")
-      reasons.push_back("the settings page was opened from the permission alert; the command stays open");
+      reasons.push_back({"the settings page was opened from the permission alert; the command stays open"});
     if (e["event"] == "permissionAnswered" && e.contains("status") &&
         e["status"] != AccessState::authorized && e["status"] != AccessState::denied &&
         e["status"] != AccessState::restricted)
-      reasons.push_back("the photo-library request was answered with state " + e["status"].dump() +
-                        ", which the plug-in leaves unanswered");
+      reasons.push_back({"the photo-library request was answered with state " + e["status"].dump() +
+                         ", which the plug-in leaves unanswered"});
   }
-  if (reasons.empty() && state.libraryAccess == AccessState::limited)
-    reasons.push_back("photo-library access is limited: the plug-in leaves the command open");
+  if (reasons.empty() && device_->state().libraryAccess == AccessState::limited)
+    reasons.push_back({"photo-library access is limited: the plug-in leaves the command open"});
   std::string why = gpsd_ ? gpsd_->waitingReason() : location_->waitingReason();
-  if (!why.empty() && core->pickerController.load())
-    reasons.push_back(why + "; or pass --location-timeout S to deliver it without one");
-  if (reasons.empty()) reasons.push_back("the plug-in sent no answer and nothing is left to happen");
+  if (!why.empty() && core->pickerController.load()) reasons.push_back({why, Step::deliverFix});
+  if (reasons.empty()) {
+    const auto busy = host_->busySources();
+    if (!busy.empty()) {
+      std::string names;
+      for (const auto& b : busy) names += (names.empty() ? "" : ", ") + b;
+      reasons.push_back({"the plug-in is still working on it (" + names + ")"});
+    }
+  }
+  if (reasons.empty()) reasons.push_back({"the plug-in sent no answer and nothing is left to happen"});
   return reasons;
+}
+
+std::vector<std::string> DeviceSession::whyOpen() const {
+  std::vector<std::string> lines;
+  for (const auto& reason : openReasons()) lines.push_back(reason.forCommandLine());
+  return lines;
 }
 
 }  // namespace velqor

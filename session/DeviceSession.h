@@ -13,6 +13,7 @@
 #include "platform/linux/FfmpegMediaExport.h"
 #include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
+#include "platform/sim/OpenReason.h"
 #include "platform/sim/SimDevice.h"
 #include "platform/sim/SimLocationService.h"
 #include "platform/sim/SimPickerMedia.h"
@@ -60,7 +61,11 @@ class DeviceSession {
   // What the picker hands over when the user finishes it with `choice`.
   std::function<StatusOr<Dictionary>(const ImagePickerController&)> pickerInfoFor(SimPickerChoice choice) const;
 
-  // Why a command is still open, one reason a line; never empty.
+  // Why the current command is still open and what would move it on; never
+  // empty. Only events from index `eventsFrom` on count, so a host that runs
+  // many commands passes the event count at the command's start.
+  std::vector<OpenReason> openReasons(size_t eventsFrom = 0) const;
+  // The same, one line each with the command-line options that act.
   std::vector<std::string> whyOpen() const;
 
   // The strings bundle installed with the program (see ShippedData), if any.

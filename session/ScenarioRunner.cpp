@@ -13,6 +13,7 @@
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
+#include "platform/PickerTypes.h"
 #include "platform/sim/AccessStateNames.h"
 
 namespace velqor {
@@ -95,9 +96,13 @@ StatusOr<DeviceConfig> deviceConfig(const json& scenario, const std::map<std::st
   const json d = scenario.value("device", json::object());
   if (d.contains("sources")) {
     c.device.availableSources.clear();
+    const std::map<std::string, std::int64_t> kSources{{"library", SourceType::photoLibrary},
+                                                       {"camera", SourceType::camera},
+                                                       {"album", SourceType::savedPhotosAlbum}};
     for (const auto& s : d["sources"]) {
-      std::string n = s.get<std::string>();
-      c.device.availableSources.insert(n == "library" ? 0 : n == "camera" ? 1 : n == "album" ? 2 : std::stoll(n));
+      const auto it = s.is_string() ? kSources.find(s.get<std::string>()) : kSources.end();
+      if (it == kSources.end()) return Status::invalidArgument("device.sources: each one is library, camera or album");
+      c.device.availableSources.insert(it->second);
     }
   }
   if (d.contains("cameraAccess")) {
@@ -176,19 +181,34 @@ bool matches(const json& expected, const json& actual, const std::string& where,
   return true;
 }
 
+// A raw option by its name in the page's API, or "N (unknown)".
+std::string optionName(std::optional<std::int64_t> raw, std::initializer_list<const char*> names, std::int64_t given) {
+  if (raw && *raw >= 0 && *raw < static_cast<std::int64_t>(names.size())) return names.begin()[*raw];
+  return std::to_string(given) + " (unknown)";
+}
+
+// The options as the plug-in parses them, by name: what the report shows.
 json optionsOf(const Array& args) {
   auto command = std::make_shared<VelqorCommand>("scenario", "takePicture", args);
   bool before = PictureOptions::useLocationService.load();
   CallBackManager cb(command, nullptr, std::make_shared<AnswerLog>());
   auto o = PictureOptions::createFromTakePictureArguments(cb);
   PictureOptions::useLocationService.store(before);  // only describing, not parsing for the plug-in
+  const auto given = [&](size_t i) {
+    const Value* v = i < args.size() ? &args[i] : nullptr;
+    return v && v->asInteger() ? *v->asInteger() : -1;
+  };
+  const auto raw = [](auto option) {
+    return option ? std::optional<std::int64_t>(static_cast<std::int64_t>(*option)) : std::nullopt;
+  };
   json j;
   j["quality"] = o->quality;
-  j["destinationType"] = o->destinationType ? json(static_cast<int>(*o->destinationType)) : json(nullptr);
-  j["sourceType"] = o->sourceType ? json(*o->sourceType) : json(nullptr);
-  j["encodingType"] = o->encodingType ? json(static_cast<int>(*o->encodingType)) : json(nullptr);
-  j["mediaType"] = o->mediaType ? json(static_cast<int>(*o->mediaType)) : json(nullptr);
+  j["destinationType"] = optionName(raw(o->destinationType), {"DATA_URL", "FILE_URI", "NATIVE_URI"}, given(1));
+  j["sourceType"] = optionName(o->sourceType, {"PHOTOLIBRARY", "CAMERA", "SAVEDPHOTOALBUM"}, given(2));
+  j["encodingType"] = optionName(raw(o->encodingType), {"JPEG", "PNG"}, given(5));
+  j["mediaType"] = optionName(raw(o->mediaType), {"PICTURE", "VIDEO", "ALLMEDIA"}, given(6));
   j["targetSize"] = o->targetSize ? json::array({o->targetSize->width, o->targetSize->height}) : json(nullptr);
+  j["cameraDirection"] = o->cameraDirection == CameraDevice::front ? "FRONT" : "BACK";
   j["allowsEditing"] = o->allowsEditing;
   j["correctOrientation"] = o->correctOrientation;
   j["saveToPhotoAlbum"] = o->saveToPhotoAlbum;
@@ -208,6 +228,9 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
     return Status::invalidArgument(file + ": name and description must be strings");
   result.name = scenario.value("name", fs::path(file).stem().string());
   result.description = scenario.value("description", "");
+  for (auto [key, field] : {std::pair{"device", &result.device}, std::pair{"user", &result.user}})
+    if (scenario.contains(key) && scenario[key].is_object()) *field = scenario[key];
+  if (scenario.contains("location") && scenario["location"].is_array()) result.location = scenario["location"];
   const std::string work = workDirectory + "/" + fs::path(file).stem().string();
   std::error_code ec;
   fs::remove_all(work, ec);
@@ -262,7 +285,7 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
     for (const auto& [id, label] : commands) {
       if (session->host().answers()->isAnswered(id)) continue;
       openLabels.push_back(label);
-      for (const auto& why : session->whyOpen()) result.open.push_back(label + ": " + why);
+      for (const auto& why : session->openReasons()) result.open.push_back(label + ": " + why.explanation);
     }
     result.watchdog = session->watchdog().reports();
     for (auto it = fs::directory_iterator(work + "/tmp", ec); !ec && it != fs::directory_iterator(); it.increment(ec))
@@ -290,11 +313,24 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
       matches(expect["outputs"], produced, "outputs", result.differences);
     }
     if (!result.watchdog.empty()) result.differences.push_back("watchdog: " + result.watchdog.front());
-  } catch (const json::exception& e) {
+  } catch (const std::exception& e) {
+    // A value of the wrong type or out of range anywhere in the file.
     return Status::invalidArgument(file + ": " + e.what());
   }
   result.passed = result.differences.empty();
   return result;
+}
+
+ScenarioResult ScenarioRunner::runOrExplain(const std::string& file, const std::string& workDirectory) {
+  auto result = run(file, workDirectory);
+  if (result.ok()) return std::move(*result);
+  ScenarioResult failed;
+  failed.name = fs::path(file).stem().string();
+  failed.description = "The scenario file " + fs::path(file).filename().string() + " could not be run.";
+  failed.passed = false;
+  failed.error = result.status().message();
+  failed.differences.push_back(failed.error);
+  return failed;
 }
 
 }  // namespace velqor

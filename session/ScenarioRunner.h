@@ -18,10 +18,17 @@ struct ScenarioResult {
   nlohmann::ordered_json steps = nlohmann::ordered_json::array();  // call, options, milliseconds
   nlohmann::ordered_json events = nlohmann::ordered_json::array();
   nlohmann::ordered_json answers = nlohmann::ordered_json::array();  // each with its "command" label
-  std::vector<std::string> open;               // "label: reason" for commands left unanswered
+  std::vector<std::string> open;               // "label: why" for commands left unanswered
   std::vector<std::string> inputs;             // sample files made for the run
   std::vector<std::string> outputs;            // result files in the temporary directory
   std::vector<std::string> watchdog;
+  // The scenario's set-up as written: its "device", "user" and "location".
+  nlohmann::ordered_json device = nlohmann::ordered_json::object();
+  nlohmann::ordered_json user = nlohmann::ordered_json::object();
+  nlohmann::ordered_json location = nlohmann::ordered_json::array();
+  // Why the scenario could not be run at all (unreadable, malformed); empty
+  // when it ran.
+  std::string error;
 };
 
 // Replays a scenario file: a device, what its user does, a list of host calls,
@@ -51,6 +58,9 @@ class ScenarioRunner {
   // Runs in `workDirectory`/<file stem>/ (emptied first). A scenario that
   // cannot be read or set up is an error; a mismatch is a failed result.
   static StatusOr<ScenarioResult> run(const std::string& file, const std::string& workDirectory);
+  // The same, with a scenario that cannot be run turned into a failed result
+  // that says why, so one bad file never stops a run of many.
+  static ScenarioResult runOrExplain(const std::string& file, const std::string& workDirectory);
 };
 
 }  // namespace velqor

@@ -74,7 +74,9 @@ INSTANTIATE_TEST_SUITE_P(
         BrokenScenario{"HugeImage", R"({"inputs":{"x":{"kind":"camera-jpeg","width":60000,"height":60000}}})",
                        "1 to 8192"},
         BrokenScenario{"WidthIsText", R"({"inputs":{"x":{"kind":"png","width":"wide"}}})", "must be number"},
-        BrokenScenario{"EndlessMovie", R"({"inputs":{"x":{"kind":"movie","seconds":1e9}}})", "seconds"}),
+        BrokenScenario{"EndlessMovie", R"({"inputs":{"x":{"kind":"movie","seconds":1e9}}})", "seconds"},
+        BrokenScenario{"UnknownSource", R"({"device":{"sources":["phone"]}})", "library, camera or album"},
+        BrokenScenario{"SourceIsNumber", R"({"device":{"sources":[7]}})", "library, camera or album"}),
     [](const auto& info) { return info.param.name; });
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <algorithm>
+#include <vector>
 
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
@@ -13,6 +14,9 @@
 
 namespace velqor {
 namespace {
+
+// The largest library file whose metadata the bridge reads for the page.
+constexpr size_t kMaxMetadataBytes = size_t{256} << 20;
 
 const std::map<std::string, std::int64_t>& sourceNames() {
   static const std::map<std::string, std::int64_t> kSources{{"photoLibrary", SourceType::photoLibrary},
@@ -50,6 +54,18 @@ std::string extensionOf(const std::string& name) {
   return ext;
 }
 
+// An edit rectangle "x,y,w,h" in upright pixels; none for an empty text.
+StatusOr<std::optional<std::array<double, 4>>> editFrom(const std::string& edit) {
+  if (edit.empty()) return std::optional<std::array<double, 4>>();
+  std::array<double, 4> r{};
+  char tail = 0;
+  if (std::sscanf(edit.c_str(), "%lf,%lf,%lf,%lf%c", &r[0], &r[1], &r[2], &r[3], &tail) != 4 ||
+      !std::all_of(r.begin(), r.end(), [](double v) { return std::isfinite(v) && v >= 0 && v <= 1e6; }) || r[2] <= 0 ||
+      r[3] <= 0)
+    return Status::invalidArgument("\"edit\" must be x,y,width,height with a positive size");
+  return std::optional(r);
+}
+
 // The device describes itself in insertion-ordered JSON; the bridge answers in plain JSON.
 nlohmann::json plain(const nlohmann::ordered_json& ordered) {
   return nlohmann::json::parse(ordered.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
@@ -74,8 +90,16 @@ StatusOr<nlohmann::json> WebBridge::call(const nlohmann::json& request) {
     argsText = args->dump();
   }
   ASSIGN_OR_RETURN(Array args, argumentsFromJson(argsText));
+  const size_t eventsFrom = session_.device().events()->total();
   const auto id = session_.host().callCommand(name + ":", std::move(args));
   if (!id) return Status::invalidArgument("the plug-in has no command operation \"" + name + "\"");
+  // Answered commands need no explanation any more; a page left open for days
+  // keeps only the most recent unanswered ones.
+  constexpr size_t kKeptOpen = 64;
+  const auto& answers = *session_.host().answers();
+  std::erase_if(started_, [&](const Started& c) { return answers.isAnswered(c.callbackId); });
+  if (started_.size() >= kKeptOpen) started_.erase(started_.begin());
+  started_.push_back({*id, name, eventsFrom});
   return nlohmann::json{{"callbackId", *id}};
 }
 
@@ -101,7 +125,34 @@ nlohmann::json WebBridge::state(size_t answersFrom, size_t eventsFrom) const {
   out["screen"] = std::move(screen);
   out["device"] = deviceSettings();
   out["locationStarted"] = session_.location().startedManagers();
+  out["open"] = openCommands();
   return out;
+}
+
+nlohmann::json WebBridge::openCommands() const {
+  const auto& answers = *session_.host().answers();
+  auto open = nlohmann::json::array();
+  // Only the newest takePicture is the plug-in's current command: an older
+  // one that is still open was replaced and can never be answered.
+  const Started* current = nullptr;
+  for (const auto& c : started_)
+    if (c.operation == "takePicture" && !answers.isAnswered(c.callbackId)) current = &c;
+  for (const auto& c : started_) {
+    if (answers.isAnswered(c.callbackId)) continue;
+    const auto entry = [&](const std::string& reason, OpenReason::NextStep next) {
+      return nlohmann::json{{"command", c.callbackId},
+                            {"operation", c.operation},
+                            {"reason", reason},
+                            {"action", OpenReason::stepName(next)}};
+    };
+    if (&c != current) {
+      open.push_back(entry("a later takePicture replaced it as the plug-in's current command; it will never be answered",
+                           OpenReason::NextStep::none));
+      continue;
+    }
+    for (const auto& r : session_.openReasons(c.eventsFrom)) open.push_back(entry(r.explanation, r.next));
+  }
+  return open;
 }
 
 nlohmann::json WebBridge::deviceSettings() const {
@@ -125,13 +176,7 @@ StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind
   else
     return Status::invalidArgument("\"kind\" must be photo or video");
   if (bytes.empty()) return Status::invalidArgument("the chosen file is empty");
-  if (!edit.empty()) {
-    std::array<double, 4> r{};
-    if (std::sscanf(edit.c_str(), "%lf,%lf,%lf,%lf", &r[0], &r[1], &r[2], &r[3]) != 4 ||
-        !std::all_of(r.begin(), r.end(), [](double v) { return std::isfinite(v) && v >= 0; }) || r[2] <= 0 || r[3] <= 0)
-      return Status::invalidArgument("\"edit\" must be x,y,width,height with a positive size");
-    choice.edit = r;
-  }
+  ASSIGN_OR_RETURN(choice.edit, editFrom(edit));
   bool pickerShown = false;
   for (const auto& vc : session_.device().onScreen())
     if (std::dynamic_pointer_cast<ImagePickerController>(vc)) pickerShown = true;
@@ -155,16 +200,22 @@ StatusOr<nlohmann::json> WebBridge::pickAsset(const nlohmann::json& request) {
   RETURN_IF_ERROR(requireObject(request));
   const auto asset = request.find("asset");
   if (asset == request.end() || !asset->is_string()) return Status::invalidArgument("\"asset\" must be a string");
-  ASSIGN_OR_RETURN(auto found, session_.library().asset(asset->get<std::string>()));
-  (void)found;
+  const auto edit = request.find("edit");
+  if (edit != request.end() && !edit->is_string()) return Status::invalidArgument("\"edit\" must be a string x,y,w,h");
+  ASSIGN_OR_RETURN(std::shared_ptr<Asset> found, session_.library().asset(asset->get<std::string>()));
   SimPickerChoice choice;
   choice.kind = SimPickerChoice::Kind::pick;
   choice.asset = asset->get<std::string>();
+  ASSIGN_OR_RETURN(choice.edit, editFrom(edit == request.end() ? std::string() : edit->get<std::string>()));
   auto st = session_.device().state();
   st.makePickerInfo = session_.pickerInfoFor(choice);
   session_.device().setState(std::move(st));
   if (!session_.device().finishPicker()) return Status::failedPrecondition("no picker is on the screen");
-  return nlohmann::json{{"finished", true}};
+  nlohmann::json before = nlohmann::json::object();
+  if (!found->isVideo())
+    if (auto bytes = FileBytes::read(found->filePath(), kMaxMetadataBytes); bytes.ok())
+      before = metadataOf(std::string(bytes->begin(), bytes->end()));
+  return nlohmann::json{{"finished", true}, {"before", std::move(before)}};
 }
 
 StatusOr<nlohmann::json> WebBridge::cancelPicker() {

@@ -29,14 +29,18 @@ class WebBridge {
   // {"callbackId": ID}. Only the plug-in's command operations are callable.
   StatusOr<nlohmann::json> call(const nlohmann::json& request);
   // Answers from index `answersFrom` on, events from `eventsFrom` on, what is
-  // on the screen, the device settings and what the host still waits for.
+  // on the screen, the device settings, what the host still waits for, and
+  // under "open" each unanswered command started here with why it is open and
+  // the user's next step: [{"command", "operation", "reason", "action"}].
   nlohmann::json state(size_t answersFrom, size_t eventsFrom) const;
 
   // The user finishes the picker with a file they chose (its bytes): a camera
   // photo or video, optionally with an edit rectangle "x,y,w,h".
   StatusOr<nlohmann::json> finishPickerWithFile(const std::string& kind, const std::string& name,
                                                const std::string& bytes, const std::string& edit);
-  // The user picks an asset of the photo library: {"asset": localIdentifier}.
+  // The user picks an asset of the photo library: {"asset": localIdentifier,
+  // "edit": "x,y,w,h" (optional crop)}. Answers with the asset's metadata
+  // under "before".
   StatusOr<nlohmann::json> pickAsset(const nlohmann::json& request);
   StatusOr<nlohmann::json> cancelPicker();
   // {"button": title, or "settings"/"cancel"}
@@ -53,8 +57,17 @@ class WebBridge {
 
  private:
   nlohmann::json deviceSettings() const;
+  nlohmann::json openCommands() const;
+
+  // A command this bridge started, kept until it is answered.
+  struct Started {
+    std::string callbackId;
+    std::string operation;
+    size_t eventsFrom = 0;  // the device's event count when it started
+  };
 
   DeviceSession& session_;
+  std::vector<Started> started_;
   std::string uploads_;
   int uploadCount_ = 0;
 };

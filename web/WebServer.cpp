@@ -133,6 +133,9 @@ void WebServer::routes() {
   const std::vector<std::pair<std::string, std::pair<std::string, std::string>>> page{
       {"/", {"index.html", "text/html; charset=utf-8"}},
       {"/app.js", {"app.js", "text/javascript; charset=utf-8"}},
+      {"/camera.js", {"camera.js", "text/javascript; charset=utf-8"}},
+      {"/exif.js", {"exif.js", "text/javascript; charset=utf-8"}},
+      {"/screen.js", {"screen.js", "text/javascript; charset=utf-8"}},
       {"/style.css", {"style.css", "text/css; charset=utf-8"}}};
   for (const auto& [route, file] : page) {
     s.Get(route, [this, file = file](const httplib::Request&, httplib::Response& res) {

@@ -17,11 +17,13 @@ class Server;
 namespace velqor {
 
 // The web host's HTTP face, on cpp-httplib:
-//   GET  /, /app.js, /style.css     the page (from the page directory; nothing else of it)
-//   GET  /api/state                 answers, events and the screen (?answers=N&events=M: from those indexes)
+//   GET  /, /app.js, /camera.js, /exif.js, /screen.js, /style.css
+//                                   the page (from the page directory; nothing else of it)
+//   GET  /api/state                 answers, events, the screen and the open commands with why
+//                                   (?answers=N&events=M: from those indexes)
 //   POST /api/call                  {"operation", "args"}: starts a plug-in command
 //   POST /api/picker/file           multipart "file", "kind" (photo|video), "edit": the user's camera output
-//   POST /api/picker/pick           {"asset"}; POST /api/picker/cancel
+//   POST /api/picker/pick           {"asset", "edit"}; POST /api/picker/cancel
 //   POST /api/alert                 {"button"}
 //   POST /api/location              {"latitude", "longitude", "altitude"}
 //   POST /api/device                permission states and sources

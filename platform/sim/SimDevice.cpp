@@ -239,16 +239,22 @@ std::optional<std::string> SimDevice::pathForResource(const std::string& name, c
   return state_.bundlePath;
 }
 
-std::vector<std::string> SimDevice::waitingFor() const {
-  std::vector<std::string> out;
+std::vector<OpenReason> SimDevice::waitingOn() const {
+  std::vector<OpenReason> out;
   for (const auto& vc : onScreen()) {
     if (auto alert = std::dynamic_pointer_cast<AlertController>(vc)) {
-      out.push_back("an alert is on the screen waiting for a tap (message: \"" + alert->message() +
-                    "\"); choose a button with --tap settings|cancel");
+      out.push_back({"an alert is on the screen waiting for a tap (message: \"" + alert->message() + "\")",
+                     OpenReason::NextStep::tapAlert});
     } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
-      out.push_back("the picker is on the screen waiting for the user; give --photo, --video, --pick or --cancel");
+      out.push_back({"the picker is on the screen waiting for the user", OpenReason::NextStep::finishPicker});
     }
   }
+  return out;
+}
+
+std::vector<std::string> SimDevice::waitingFor() const {
+  std::vector<std::string> out;
+  for (const auto& reason : waitingOn()) out.push_back(reason.forCommandLine());
   return out;
 }
 

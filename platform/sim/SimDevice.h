@@ -13,6 +13,7 @@
 #include "platform/ResourceBundles.h"
 #include "platform/Screen.h"
 #include "platform/ViewController.h"
+#include "platform/sim/OpenReason.h"
 #include "platform/sim/SimDeviceState.h"
 #include "platform/sim/SimEvent.h"
 
@@ -71,8 +72,10 @@ class SimDevice final : public Screen,
 
   // What is on the screen now, topmost last.
   std::vector<std::shared_ptr<ViewController>> onScreen() const;
-  // Why nothing more will happen without the user, in one line each; empty
-  // when the device waits for nothing.
+  // What on the screen waits for the user (an alert's tap, the picker); empty
+  // when nothing does.
+  std::vector<OpenReason> waitingOn() const;
+  // The same, one command-line line each.
   std::vector<std::string> waitingFor() const;
 
   // Makes this device the services' screen, picker sources, access prompts,

@@ -101,7 +101,7 @@ void SimLocationService::deliverNow(const LocationFix& fix) {
 
 std::string SimLocationService::waitingReason() {
   if (started_.load() == 0) return {};
-  if (fixes_.empty()) return "the photo waits for a location fix that never comes (give --location LAT,LON[,ALT])";
+  if (fixes_.empty()) return "the photo waits for a location fix that never comes";
   return {};
 }
 

@@ -1,7 +1,8 @@
 'use strict';
 // The page side of the web host: `velqor.call(operation, args)` returns a
 // promise that the command's answer settles, and the simulated device's
-// screens (picker, alert) are drawn here for the user to act on.
+// screens (picker, alert) are drawn here for the user to act on: with the
+// browser's camera, a file, a library pick, an alert button or a location fix.
 
 const $ = (id) => document.getElementById(id);
 const ACCESS = ['notDetermined', 'restricted', 'denied', 'authorized', 'limited'];
@@ -35,6 +36,14 @@ const velqor = {
 };
 window.velqor = velqor;
 
+// Notices: what just happened, coloured by kind ('ok', 'info' or 'error').
+function notice(text, kind = 'error') {
+  $('notice').textContent = text || '';
+  $('notice').className = text ? kind : '';
+}
+
+const json = (value) => JSON.stringify(value, null, 2);
+
 // ---- request ---------------------------------------------------------------
 
 function optionalNumber(id) {
@@ -53,9 +62,12 @@ function argsFromForm() {
 
 function showArgs() { $('args').value = JSON.stringify(argsFromForm()); }
 
-function notice(text) { $('notice').textContent = text || ''; }
-
 let beforeMetadata = null;
+
+function showBefore(metadata, what) {
+  beforeMetadata = metadata;
+  $('meta-before').textContent = metadata && Object.keys(metadata).length ? json(metadata) : what;
+}
 
 async function takePicture() {
   let args;
@@ -66,7 +78,7 @@ async function takePicture() {
   $('meta-after').textContent = '–';
   $('result').replaceChildren();
   $('outcome').textContent = 'waiting…';
-  $('outcome').className = '';
+  $('outcome').className = 'waiting';
   $('answer').textContent = '(waiting for the answer)';
   try {
     const payload = await velqor.call('takePicture', args);
@@ -79,14 +91,15 @@ async function takePicture() {
 }
 
 async function cleanup() {
-  try { showOutcome('resolved', await velqor.call('cleanup', [])); }
+  try { showOutcome('resolved', await velqor.call('cleanup', [])); notice('temporary files removed', 'ok'); }
   catch (failure) { failure instanceof Error ? notice(failure.message) : showOutcome('rejected', failure); }
 }
 
 function showOutcome(kind, value) {
   $('outcome').textContent = kind;
   $('outcome').className = kind;
-  $('answer').textContent = JSON.stringify(value, null, 2).slice(0, 4000);
+  const text = json(value);
+  $('answer').textContent = text.length > 4000 ? text.slice(0, 4000) + `… (${text.length} characters)` : text;
 }
 
 // The answer's media address: the payload itself, or the first address among its values.
@@ -96,24 +109,106 @@ function mediaUrlOf(payload) {
   return null;
 }
 
+function mediaElement(url, isVideo) {
+  const el = document.createElement(isVideo ? 'video' : 'img');
+  el.id = 'result-media';
+  if (isVideo) el.controls = true;
+  el.src = url;
+  return el;
+}
+
+async function showMetadataAfter(url) {
+  const blob = await (await fetch(url)).blob();
+  const res = await fetch('/api/metadata', {method: 'POST', body: blob});
+  $('meta-after').textContent = json(await res.json());
+}
+
 async function showMedia(payload) {
   const url = mediaUrlOf(payload);
   if (!url) return;
+  const library = url.indexOf('assets-library://');
+  if (library >= 0) return showLibraryAnswer(url, decoded(url.slice(library)));
   const isVideo = /^data:video\//.test(url) || /\.(mp4|mov|m4v)$/i.test(url);
   if (!/^(data:|https?:)/.test(url)) {
     $('result').textContent = 'The answer is a reference the page cannot load: ' + url;
     return;
   }
-  const el = document.createElement(isVideo ? 'video' : 'img');
-  el.id = 'result-media';
-  if (isVideo) el.controls = true;
-  el.src = url;
-  $('result').replaceChildren(el);
-  if (!isVideo) {
-    const blob = await (await fetch(url)).blob();
-    $('meta-after').textContent = JSON.stringify(await (await fetch('/api/metadata', {method: 'POST', body: blob})).json(), null, 2);
-  }
-  if (beforeMetadata) $('meta-before').textContent = JSON.stringify(beforeMetadata, null, 2);
+  $('result').replaceChildren(mediaElement(url, isVideo));
+  if (isVideo) $('meta-after').textContent = '(a movie: no image metadata)';
+  else await showMetadataAfter(url);
+}
+
+// The library address inside a rewritten answer, its "?" and "&" escaped as a path's would be.
+function decoded(text) {
+  try { return decodeURIComponent(text); } catch { return text; }
+}
+
+// A NATIVE_URI answer names an asset of the photo library. The host's URL
+// transformer rewrites every answer as if it were a file path, so the address
+// the page receives cannot be loaded; the page says so and shows the asset
+// the library address names.
+async function showLibraryAnswer(answered, reference) {
+  const text = document.createElement('p');
+  text.className = 'explain';
+  text.textContent = 'The answer is a photo-library address (NATIVE_URI): ' + reference + '. ' +
+    (answered === reference ? '' : 'The host rewrote it like a file path, so it cannot be loaded as sent. ');
+  $('result').replaceChildren(text);
+  let assets = [];
+  try { assets = await api('/api/library'); } catch (e) { notice(e.message); }
+  // The answer carries the asset's local identifier as its id ("UUID/L0/001"),
+  // the library's own reference URL only the UUID: the UUID names the asset.
+  const id = (/[?&]id=([^&]*)/.exec(reference) || [])[1] || '';
+  const uuid = id.split('/')[0];
+  const asset = assets.find((a) => a.referenceUrl === reference || (uuid && a.localIdentifier.split('/')[0] === uuid));
+  if (!asset) { text.textContent += 'The library has no asset with that address.'; return; }
+  text.textContent += `It names the library's ${asset.video ? 'movie' : 'picture'} ${asset.localIdentifier} ` +
+    `(${asset.extension}, ${asset.size.toLocaleString()} bytes), shown below.`;
+  const url = '/files' + asset.file;
+  $('result').append(mediaElement(url, asset.video));
+  if (!asset.video) await showMetadataAfter(url);
+}
+
+// ---- why the command is still open -----------------------------------------
+
+const ACTIONS = {
+  tapAlert: 'Tap one of the alert\'s buttons on the screen.',
+  finishPicker: 'Take a photo or record with the camera, choose or drop a file, or cancel.',
+  finishLibraryPicker: 'Tap a picture of the library to pick it, or cancel.',
+  deliverFix: 'Deliver a location fix.',
+  none: 'Nothing on the device will answer it now.',
+};
+let shownOpen = '';
+
+function actionButton(label, onClick) {
+  const b = document.createElement('button');
+  b.type = 'button';
+  b.textContent = label;
+  b.addEventListener('click', onClick);
+  return b;
+}
+
+function drawOpen(open) {
+  const key = JSON.stringify(open);
+  if (key === shownOpen) return;
+  shownOpen = key;
+  $('open').hidden = !open.length;
+  $('open').replaceChildren(...open.map((o) => {
+    const item = document.createElement('div');
+    item.className = 'open-item';
+    item.dataset.action = o.action;
+    const why = document.createElement('p');
+    why.innerHTML = '<b></b> is open: <span class="reason"></span>';
+    why.querySelector('b').textContent = `${o.operation} ${o.command}`;
+    why.querySelector('.reason').textContent = o.reason + '.';
+    const next = document.createElement('p');
+    next.className = 'next';
+    const library = o.action === 'finishPicker' && picker && picker.source !== 1;
+    next.textContent = ACTIONS[library ? 'finishLibraryPicker' : o.action] || '';
+    item.append(why, next);
+    if (o.action === 'deliverFix') item.append(actionButton('Deliver the fix', sendFix));
+    if (o.action === 'finishPicker') item.append(actionButton('Cancel the picker', cancelPicker));
+    return item;
+  }));
 }
 
 // ---- device ----------------------------------------------------------------
@@ -136,82 +231,80 @@ async function applyDevice() {
     cameraAnswer: $('dev-camera-answer').value, libraryAnswer: $('dev-library-answer').value,
     sources: [...document.querySelectorAll('input[name=source]:checked')].map((b) => b.value),
   };
-  try { showDevice(await api('/api/device', body)); notice('device settings applied'); }
-  catch (e) { notice(e.message); }
+  try {
+    const d = await api('/api/device', body);
+    showDevice(d);
+    notice(`device: camera ${d.cameraAccess}, library ${d.libraryAccess}, sources ${d.sources.join(', ') || 'none'}`, 'ok');
+  } catch (e) { notice(e.message); }
 }
 
-async function sendFix() {
-  const body = {latitude: optionalNumber('loc-lat'), longitude: optionalNumber('loc-lon'), altitude: optionalNumber('loc-alt')};
-  try { const r = await api('/api/location', body); notice(`fix delivered to ${r.waitingManagers} location manager(s)`); }
-  catch (e) { notice(e.message); }
+// ---- location --------------------------------------------------------------
+
+let locationWaiting = 0;  // location managers that wait for a fix
+let browserFix = null;    // the browser's latest position, when the switch is on
+let browserWatch = null;
+let delivering = false;
+
+async function deliver(body, from) {
+  try {
+    const r = await api('/api/location', body);
+    notice(`fix ${body.latitude.toFixed(5)}, ${body.longitude.toFixed(5)} from ${from} delivered to ` +
+           `${r.waitingManagers} location manager(s)`, 'ok');
+  } catch (e) { notice(e.message); }
 }
 
-// ---- screen ----------------------------------------------------------------
+function sendFix() {
+  if (browserFix) return deliver(browserFix, 'this browser');
+  return deliver({latitude: optionalNumber('loc-lat'), longitude: optionalNumber('loc-lon'),
+                  altitude: optionalNumber('loc-alt')}, 'the typed fields');
+}
 
-let shownScreen = '';
+// With the switch on, every position the browser reports becomes the fix, and
+// goes to the location service at once when a photo waits for one.
+async function deliverBrowserFixIfWaited() {
+  if (!browserFix || !locationWaiting || delivering) return;
+  delivering = true;
+  try { await deliver(browserFix, 'this browser'); } finally { delivering = false; }
+}
 
-function drawScreen(screen) {
-  const top = screen[screen.length - 1];
-  const key = JSON.stringify(top || null);
-  if (key === shownScreen) return;
-  shownScreen = key;
-  $('screen-idle').hidden = !!top;
-  $('picker').hidden = !(top && top.event === 'pickerPresented');
-  $('alert').hidden = !(top && top.event === 'alertShown');
-  if (!top) return;
-  if (top.event === 'pickerPresented') {
-    const camera = top.source === 1;
-    $('picker-title').textContent = camera ? 'Camera' : 'Photo library';
-    $('picker-config').textContent =
-      `media ${top.mediaTypes.join(', ')}; ${top.allowsEditing ? 'editing allowed' : 'no editing'}; ` +
-      `camera ${top.cameraDevice === 1 ? 'front' : 'rear'}`;
-    $('picker-capture').hidden = !camera;
-    $('picker-library').hidden = camera;
-    $('picker-kind').value = top.captureMode === 1 ? 'video' : 'photo';
-    if (!camera) drawLibrary();
-  } else {
-    $('alert-title').textContent = top.title;
-    $('alert-message').textContent = top.message;
-    $('alert-buttons').replaceChildren(...top.buttons.map((title) => {
-      const b = document.createElement('button');
-      b.type = 'button';
-      b.className = 'alert-button';
-      b.textContent = title;
-      b.addEventListener('click', () => api('/api/alert', {button: title}).catch((e) => notice(e.message)));
-      return b;
-    }));
+function useBrowserLocation(on) {
+  if (browserWatch !== null) navigator.geolocation.clearWatch(browserWatch);
+  browserWatch = null;
+  browserFix = null;
+  $('loc-browser-state').textContent = '';
+  if (!on) return;
+  if (!navigator.geolocation) {
+    $('loc-browser-state').textContent = 'This browser has no location service.';
+    $('loc-browser').checked = false;
+    return;
   }
+  $('loc-browser-state').textContent = 'Asking the browser for its location…';
+  browserWatch = navigator.geolocation.watchPosition((p) => {
+    const c = p.coords;
+    browserFix = {latitude: c.latitude, longitude: c.longitude, altitude: c.altitude};
+    $('loc-lat').value = c.latitude;
+    $('loc-lon').value = c.longitude;
+    if (c.altitude !== null) $('loc-alt').value = c.altitude;
+    $('loc-browser-state').textContent =
+      `Browser location ${c.latitude.toFixed(5)}, ${c.longitude.toFixed(5)} (±${Math.round(c.accuracy)} m)`;
+    deliverBrowserFixIfWaited();
+  }, (e) => {
+    browserFix = null;
+    $('loc-browser-state').textContent = 'The browser gives no location: ' + e.message;
+  }, {enableHighAccuracy: true});
 }
 
-async function drawLibrary() {
-  try {
-    const assets = await api('/api/library');
-    $('library-grid').replaceChildren(...assets.map((a) => {
-      const b = document.createElement('button');
-      b.type = 'button';
-      b.title = a.localIdentifier;
-      if (a.video) b.textContent = 'movie';
-      else { const img = document.createElement('img'); img.src = '/files' + a.file; img.alt = a.localIdentifier; b.append(img); }
-      b.addEventListener('click', () => api('/api/picker/pick', {asset: a.localIdentifier}).catch((e) => notice(e.message)));
-      return b;
-    }));
-    if (!assets.length) $('library-grid').textContent = 'The library is empty: save a photo to the album first.';
-  } catch (e) { notice(e.message); }
-}
+// ---- events ----------------------------------------------------------------
 
-async function usePickerFile() {
-  const file = $('picker-file').files[0];
-  if (!file) return notice('choose a file first');
-  const form = new FormData();
-  form.append('file', file, file.name);
-  form.append('kind', $('picker-kind').value);
-  if ($('picker-crop').value.trim()) form.append('edit', $('picker-crop').value.trim());
-  try {
-    const r = await api('/api/picker/file', form);
-    beforeMetadata = r.before;
-    $('meta-before').textContent = JSON.stringify(r.before, null, 2);
-    notice('');
-  } catch (e) { notice(e.message); }
+// One event as a line: its name first, then its other fields.
+function eventItem(e) {
+  const li = document.createElement('li');
+  const name = document.createElement('b');
+  name.textContent = e.event || 'event';
+  const rest = Object.entries(e).filter(([k]) => k !== 'event')
+    .map(([k, v]) => `${k}=${typeof v === 'string' ? v : JSON.stringify(v)}`).join('  ');
+  li.append(name, ' ' + rest);
+  return li;
 }
 
 // ---- polling ---------------------------------------------------------------
@@ -225,14 +318,18 @@ async function poll() {
     $('connection').textContent = 'connected';
     answersSeen = s.answerCount;
     eventsSeen = s.eventCount;
-    for (const e of s.events) {
-      const li = document.createElement('li');
-      li.textContent = JSON.stringify(e);
-      $('events').append(li);
+    if (s.events.length) {
+      $('events').prepend(...s.events.reverse().map(eventItem));
+      // A page left open for days keeps the recent events only, as the server does.
+      while ($('events').children.length > 500) $('events').lastElementChild.remove();
+      $('events').scrollTop = 0;
     }
     for (const a of s.answers) velqor.settle(a);
     drawScreen(s.screen);
-    $('loc-state').textContent = s.locationStarted ? 'location updates started' : '';
+    drawOpen(s.open || []);
+    locationWaiting = s.locationStarted;
+    $('loc-state').textContent = s.locationStarted ? 'a photo waits for a fix' : '';
+    deliverBrowserFixIfWaited();
     if (!poll.deviceShown) { showDevice(s.device); poll.deviceShown = true; }
   } catch (e) {
     $('connection').textContent = 'disconnected: ' + e.message;
@@ -249,9 +346,14 @@ document.addEventListener('DOMContentLoaded', () => {
   $('options').addEventListener('change', showArgs);
   $('call-take').addEventListener('click', takePicture);
   $('call-cleanup').addEventListener('click', cleanup);
-  $('apply-device').addEventListener('click', applyDevice);
+  $('device').addEventListener('change', applyDevice);
   $('loc-send').addEventListener('click', sendFix);
-  $('picker-use').addEventListener('click', usePickerFile);
-  $('picker-cancel').addEventListener('click', () => api('/api/picker/cancel', {}).catch((e) => notice(e.message)));
+  $('loc-browser').addEventListener('change', (e) => useBrowserLocation(e.target.checked));
+  $('camera-shoot').addEventListener('click', shoot);
+  $('camera-record').addEventListener('click', record);
+  $('camera-stop').addEventListener('click', stopRecording);
+  $('picker-use').addEventListener('click', () => useChosenFile($('picker-file').files[0]));
+  $('picker-cancel').addEventListener('click', cancelPicker);
+  acceptDrops($('drop-zone'));
   poll();
 });

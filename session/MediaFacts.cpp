@@ -1,0 +1,160 @@
+#include "session/MediaFacts.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "host/FileBytes.h"
+#include "host/ValueJson.h"
+#include "platform/linux/ImageMetadata.h"
+#include "platform/linux/JpegCodec.h"
+#include "platform/linux/LinuxImageCodec.h"
+#include "results/ImageGeometry.h"
+#include "session/HtmlText.h"
+#include "session/MovieStill.h"
+
+namespace velqor {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint64_t kMaxReadBytes = std::uint64_t{256} << 20;
+
+struct FormatContextCloser {
+  void operator()(AVFormatContext* c) const noexcept { avformat_close_input(&c); }
+};
+using FormatContext = std::unique_ptr<AVFormatContext, FormatContextCloser>;
+
+std::string formatOfImage(const Bytes& b) {
+  if (b.size() > 3 && b[0] == 0xFF && b[1] == 0xD8) return "JPEG";
+  if (b.size() > 8 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G') return "PNG";
+  if (b.size() > 12 && b[4] == 'f' && b[5] == 't' && b[6] == 'y' && b[7] == 'p') return "HEIF";
+  return "image";
+}
+
+// Movie facts through libavformat; false when FFmpeg reads no movie there.
+bool readMovie(const std::string& path, MediaFacts& facts) {
+  av_log_set_level(AV_LOG_QUIET);
+  AVFormatContext* raw = nullptr;
+  if (avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, nullptr) < 0) return false;
+  FormatContext ctx(raw);
+  if (avformat_find_stream_info(ctx.get(), nullptr) < 0) return false;
+  bool any = false;
+  for (unsigned i = 0; i < ctx->nb_streams; ++i) {
+    const AVCodecParameters* p = ctx->streams[i]->codecpar;
+    if (p->codec_type != AVMEDIA_TYPE_VIDEO && p->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+    any = true;
+    if (p->codec_type == AVMEDIA_TYPE_VIDEO && facts.width == 0) {
+      facts.width = p->width;
+      facts.height = p->height;
+    }
+    facts.tracks += (facts.tracks.empty() ? "" : ", ") + std::string(avcodec_get_name(p->codec_id)) +
+                    (p->codec_type == AVMEDIA_TYPE_VIDEO ? " video" : " audio");
+  }
+  if (!any) return false;
+  facts.seconds = ctx->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(ctx->duration) / AV_TIME_BASE;
+  const std::string name = ctx->iformat->name;
+  facts.format = name.find("mp4") != std::string::npos ? (path.ends_with(".mov") ? "QuickTime" : "MPEG-4") : name;
+  return true;
+}
+
+// The entries a reader of the report looks for, not the whole dictionary.
+nlohmann::ordered_json tellingMetadata(const Dictionary& d) {
+  nlohmann::ordered_json out = nlohmann::ordered_json::object();
+  const auto pick = [&](const char* group, std::initializer_list<const char*> keys) {
+    const Value* g = find(d, group);
+    if (!g || !g->asDictionary()) return;
+    for (const char* k : keys)
+      if (const Value* v = find(*g->asDictionary(), k)) out[k] = valueToJson(*v);
+  };
+  pick("{TIFF}", {"Make", "Model"});
+  pick("{Exif}", {"DateTimeOriginal", "OffsetTimeOriginal", "ExposureTime", "FNumber", "ISOSpeedRatings", "LensModel"});
+  pick("{GPS}", {"Latitude", "LatitudeRef", "Longitude", "LongitudeRef", "Altitude"});
+  return out;
+}
+
+}  // namespace
+
+MediaFacts MediaFacts::of(const std::string& path) {
+  MediaFacts facts;
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) return facts;
+  facts.bytes = fs::file_size(path, ec);
+  facts.kind = Kind::other;
+  const std::string ext = fs::path(path).extension().string();
+  if (ext == ".mov" || ext == ".mp4" || ext == ".m4v" || ext == ".MOV" || ext == ".MP4") {
+    if (readMovie(path, facts)) facts.kind = Kind::movie;
+    return facts;
+  }
+  auto bytes = FileBytes::read(path, kMaxReadBytes);
+  if (!bytes.ok()) return facts;
+  auto properties = ImageMetadata::read(*bytes);
+  if (!properties.ok()) return facts;
+  facts.kind = Kind::image;
+  facts.format = formatOfImage(*bytes);
+  if (const Value* w = find(*properties, "PixelWidth")) facts.width = static_cast<int>(w->asInteger().value_or(0));
+  if (const Value* h = find(*properties, "PixelHeight")) facts.height = static_cast<int>(h->asInteger().value_or(0));
+  if (const Value* o = find(*properties, "Orientation"))
+    if (auto n = o->asInteger()) facts.orientation = static_cast<int>(*n);
+  facts.metadata = tellingMetadata(*properties);
+  return facts;
+}
+
+std::string MediaFacts::orientationInWords(int orientation) {
+  switch (orientation) {
+    case 1: return "up";
+    case 2: return "mirrored";
+    case 3: return "upside down";
+    case 4: return "mirrored upside down";
+    case 5: return "mirrored, turn 90° clockwise to view";
+    case 6: return "turn 90° clockwise to view";
+    case 7: return "mirrored, turn 90° counter-clockwise to view";
+    case 8: return "turn 90° counter-clockwise to view";
+    default: return "not a valid orientation";
+  }
+}
+
+std::string MediaFacts::describe() const {
+  const std::string size = width > 0 ? std::to_string(width) + " × " + std::to_string(height) + " " : "";
+  switch (kind) {
+    case Kind::missing: return "missing";
+    case Kind::other: return "not an image or movie the report can read, " + HtmlText::byteSize(bytes);
+    case Kind::image: {
+      std::string out = size + format;
+      if (orientation) out += ", orientation " + std::to_string(*orientation) + " (" + orientationInWords(*orientation) + ")";
+      return out + ", " + HtmlText::byteSize(bytes);
+    }
+    case Kind::movie: {
+      char seconds[32];
+      std::snprintf(seconds, sizeof seconds, "%.1f s", this->seconds);
+      return size + format + " movie, " + seconds + " (" + tracks + "), " + HtmlText::byteSize(bytes);
+    }
+  }
+  return {};
+}
+
+bool MediaFacts::writeThumbnail(const std::string& path, const std::string& thumbnail, int side) {
+  if (of(path).kind == Kind::movie) {
+    auto still = MovieStill::firstFrame(path, side);
+    if (!still) return false;
+    auto jpeg = JpegCodec::encode(*still, 0.8);
+    return jpeg.ok() && FileBytes::writeAtomically(thumbnail, *jpeg).ok();
+  }
+  LinuxImageCodec codec;
+  auto bytes = FileBytes::read(path, kMaxReadBytes);
+  if (!bytes.ok()) return false;
+  auto image = codec.imageWithData(std::make_shared<const Bytes>(std::move(*bytes)));
+  if (!image) return false;
+  // Drawn upright (the scaling applies the EXIF orientation), as a viewer shows it.
+  auto small = ImageGeometry::imageByScalingNotCroppingForSize(*image, {static_cast<double>(side), static_cast<double>(side)});
+  if (!small) return false;
+  auto jpeg = codec.jpegRepresentation(*small, 0.8);
+  return jpeg && FileBytes::writeAtomically(thumbnail, *jpeg).ok();
+}
+
+}  // namespace velqor
