@@ -144,6 +144,9 @@ TEST_F(EmbeddingFixture, FileUriAnswerNamesAFileInTheTemporaryDirectory) {
   const fs::path file = payload.substr(start, payload.find('"', start) - start);
   EXPECT_TRUE(fs::is_regular_file(file)) << file;
   EXPECT_EQ(file.extension(), ".jpg");
+  const auto events = session->events();
+  ASSERT_FALSE(events.empty());
+  EXPECT_THAT(events.front(), HasSubstr(R"("event":"pickerPresented")"));
 }
 
 TEST_F(EmbeddingFixture, TheAnswerHandlerSeesEachAnswerOnce) {
