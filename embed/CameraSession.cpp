@@ -10,10 +10,17 @@ namespace velqor {
 
 // The internal session and the public handle on its plug-in; the handle goes
 // first, so its answer handler is gone before the session's threads stop.
+// Work still queued on the main queue (an alert's dismissal after its answer)
+// holds the device and the queue itself: it runs out before they go, or it
+// would keep them alive forever.
 struct CameraSession::Parts {
+  static constexpr std::chrono::seconds kDrainLimit{5};
   std::unique_ptr<DeviceSession> session;
   std::unique_ptr<CameraPlugin> plugin;
-  ~Parts() { plugin.reset(); }
+  ~Parts() {
+    plugin.reset();
+    if (session) session->host().runUntilQuiescent(kDrainLimit);
+  }
 };
 
 StatusOr<std::unique_ptr<CameraSession>> CameraSession::open(const DeviceSetup& setup) {

@@ -25,7 +25,8 @@ namespace velqor {
 /// ```
 ///
 /// Ownership: the caller owns the session; it owns the plug-in, the device and
-/// their threads, and joins those threads when destroyed. Files the plug-in
+/// their threads. Destroying it lets the work already queued run out (at most
+/// five seconds, without calling the answer handler), then joins the threads. Files the plug-in
 /// writes stay in the temporary directory until a `cleanup:` command.
 ///
 /// Threads: open, drive and destroy a session on one thread, which becomes
