@@ -57,9 +57,11 @@ fuzz-smoke: deps
 	command -v clang++ >/dev/null || apt-get install -y --no-install-recommends clang libclang-rt-14-dev
 	bash scripts/fuzz.sh $(FUZZ_SECONDS)
 
-# 10,000 capture cycles in one process, then the library's crash safety at 1,000 kill points.
+# 10,000 capture cycles in one process, 1,000 data-URL captures through the web
+# host, then the library's crash safety at 1,000 kill points.
 soak: build
 	$(BUILD)/tests/soak 10000
+	$(BUILD)/tests/web_soak 1000
 	VELQOR_CRASH_POINTS=1000 $(BUILD)/tests/velqor_tests --gtest_filter='*KillNine*'
 
 # API documentation from the public headers (installs Doxygen when missing).

@@ -83,6 +83,7 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
   app.add_option("--temp-dir", tempDir_, "The application's temporary directory");
   app.add_option("--file-url-prefix", fileUrlPrefix_, "Host URL transformer: file:///path becomes PREFIX/path");
   app.add_option("--library", library_, "The photo library directory");
+  app.add_flag("--force", force_, "Use a --temp-dir or --library that holds files this tool did not write");
   if (withUserActions) {
     app.add_option("--tap", tap_, "Button the user taps on an alert: settings|cancel")
         ->check(CLI::IsMember({"settings", "cancel"}));
@@ -154,6 +155,8 @@ DeviceConfig DeviceOptions::toConfig() const {
   if (!fileUrlPrefix_.empty()) c.fileUrlPrefix = fileUrlPrefix_;
   if (timeoutSeconds <= 0) throw UsageError{"--timeout must be positive"};
   c.libraryDirectory = library_;
+  c.checkFolders = true;
+  c.forceFolders = force_;
   const int chosen = !photo_.empty() + !video_.empty() + !pick_.empty() + cancel_;
   if (chosen > 1) throw UsageError{"choose one of --photo, --video, --pick and --cancel"};
   if (!photo_.empty() || !video_.empty() || !pick_.empty()) {

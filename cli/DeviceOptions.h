@@ -44,6 +44,7 @@ class DeviceOptions {
   std::string lang_;
   std::string bundle_;
   bool noBundle_ = false;
+  bool force_ = false;
   std::string tempDir_;
   std::string fileUrlPrefix_;
   std::string photo_, video_, pick_, edit_, library_;

@@ -4,6 +4,7 @@
 
 #include "cli/Cli.h"
 #include "host/FileBytes.h"
+#include "platform/linux/IccProfileBuilder.h"
 #include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
@@ -41,6 +42,10 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
       j["orientation"] = image->imageOrientation();
       j["type"] = image->sourceTypeName();
+      if (const auto& icc = image->iccProfile())
+        j["iccProfile"] = {{"description", IccProfileBuilder::description(*icc)}, {"bytes", icc->size()}};
+      else
+        j["iccProfile"] = nullptr;
       Console::result(j.dump());
       return kExitOk;
     };
@@ -77,7 +82,8 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) {
-        Console::error("cannot encode the image");
+        Status why = image->checkDecode();
+        Console::error("cannot encode the image" + (why.ok() ? std::string() : ": " + why.message()));
         return kExitFailure;
       }
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {

@@ -27,15 +27,16 @@ void printResult(const ScenarioResult& r, bool verbose) {
 
 void registerScenarioCommands(CLI::App& app, Registration& chosen) {
   static std::string file, work = "build/scenario-runs";
-  static bool quiet = false;
+  static bool quiet = false, force = false;
   auto* run = app.add_subcommand("run", "Replay a scenario file and check its expectations");
   run->add_option("SCENARIO", file, "The scenario JSON file")->required();
   run->add_option("--work", work, "Where runs keep their files (default build/scenario-runs)");
   run->add_flag("--quiet", quiet, "Print only the verdict");
+  run->add_flag("--force", force, "Empty a run folder that holds files this tool did not write");
   run->callback([&chosen] {
     chosen.run = [] {
       requireReadableFile("SCENARIO", file);
-      auto result = ScenarioRunner::run(file, work);
+      auto result = ScenarioRunner::run(file, work, force);
       if (!result.ok()) throw UsageError{result.status().message()};
       printResult(*result, !quiet);
       return result->passed ? kExitOk : kExitFailure;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace velqor {
@@ -13,6 +14,10 @@ struct Bitmap {
   int height = 0;
   int channels = 4;
   std::vector<std::uint8_t> pixels;
+  // The colour space the values are in, as ICC profile bytes (always an RGB
+  // profile); none means sRGB. Shared and never modified: encoders write these
+  // bytes unchanged.
+  std::shared_ptr<const std::vector<std::uint8_t>> iccProfile;
 
   Bitmap() = default;
   Bitmap(int w, int h, int c) : width(w), height(h), channels(c), pixels(static_cast<std::size_t>(w) * h * c) {}

@@ -26,17 +26,19 @@ class ImageCodec {
   virtual Status probe(std::span<const std::uint8_t> bytes) = 0;
 
   // Quality 0.0-1.0 (out-of-range values clamped). None when the image has no
-  // bitmap or encoding fails.
+  // bitmap or encoding fails. Both write the stored pixels and the image's
+  // colour profile; the JPEG one also its orientation, the PNG one none.
   virtual std::optional<Bytes> jpegRepresentation(const PlatformImage& image, double quality) = 0;
   virtual std::optional<Bytes> pngRepresentation(const PlatformImage& image) = 0;
 
   // The container type identifier of encoded bytes: "public.jpeg",
-  // "public.png", "public.heic"; none when unknown.
+  // "public.png", "public.heic", "com.compuserve.gif", "org.webmproject.webp",
+  // "public.tiff", "com.microsoft.bmp"; none when unknown.
   virtual std::optional<std::string> containerType(std::span<const std::uint8_t> bytes) = 0;
 
-  // Encodes `bitmap` in the container `type` with `properties` (the nested
-  // image-property dictionary) as its metadata. None when the type cannot be
-  // written.
+  // Encodes `bitmap` (with its colour profile) in the container `type` with
+  // `properties` (the nested image-property dictionary) as its metadata, and
+  // nothing else. None when the type cannot be written (JPEG and PNG can).
   virtual std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
                                                     const Dictionary& properties) = 0;
 

@@ -1,17 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "host/StatusOr.h"
+#include "host/Value.h"
 #include "platform/Bitmap.h"
 
 namespace velqor {
 
 // Limits checked from an image's header before any pixel memory is taken.
+// `maxPixels` and `maxBytes` bound what one decode produces; a codec that can
+// decode at a reduced scale (JPEG) accepts a header up to `maxHeaderPixels`
+// and applies the other two to the scale it decodes at.
 struct DecodeLimits {
   std::uint64_t maxPixels = 100'000'000;
   std::uint64_t maxBytes = 1ull << 30;  // decoded pixel memory
+  std::uint64_t maxHeaderPixels = 1'000'000'000;
 };
 
 // Pixels not decoded yet: an encoded image that can decode itself, possibly at
@@ -26,8 +32,14 @@ class ImageSource {
   // "jpeg", "png", "heif": the container the bytes are in.
   virtual std::string typeName() const = 0;
   // Decodes at the smallest size the codec offers that is still at least
-  // minWidth x minHeight (the full size when no smaller one is).
+  // minWidth x minHeight (the full size when no smaller one is). The bitmap
+  // carries the source's colour profile.
   virtual StatusOr<Bitmap> decode(int minWidth, int minHeight) const = 0;
+  // Why `decode` with these sizes would exceed the limits, without decoding;
+  // ok when it fits.
+  virtual Status checkDecode(int minWidth, int minHeight) const = 0;
+  // The source's colour profile as ICC bytes (an RGB profile), or none for sRGB.
+  virtual std::shared_ptr<const Bytes> iccProfile() const = 0;
 };
 
 }  // namespace velqor

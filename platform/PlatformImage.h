@@ -2,7 +2,9 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
+#include "host/StatusOr.h"
 #include "host/Value.h"
 #include "platform/Bitmap.h"
 #include "platform/Dihedral.h"
@@ -23,6 +25,9 @@ constexpr int up = 0, down = 1, left = 2, right = 3, upMirrored = 4, downMirrore
 // From an EXIF Orientation tag: 1 up, 3 down, 6 right, 8 left, 2 upMirrored,
 // 4 downMirrored, 5 leftMirrored, 7 rightMirrored, anything else up.
 int fromExif(long tag);
+// The EXIF Orientation tag of an orientation (the inverse of fromExif); 1 for
+// up and for values outside the enumeration.
+int toExif(int orientation);
 }  // namespace ImageOrientation
 
 // An image as the plug-in handles it: its displayed size (orientation
@@ -53,8 +58,15 @@ class PlatformImage final : public PlatformObject {
   std::string sourceTypeName() const;
 
   // The stored bitmap, realized now; none when there is none or it cannot be
-  // decoded.
+  // decoded. It carries the image's colour profile.
   std::optional<Bitmap> cgImage() const;
+  // The same, or why it cannot be had ("no bitmap", the decoder's reason).
+  StatusOr<Bitmap> pixels() const;
+  // Why realizing the bitmap would exceed the decode limits, found from the
+  // header alone; ok when it fits or there is nothing to decode.
+  Status checkDecode() const;
+  // The colour profile the pixels are in (ICC bytes), or none for sRGB.
+  const std::shared_ptr<const Bytes>& iccProfile() const { return iccProfile_; }
 
   // A new image of `width` x `height` pixels whose pixels are this image's
   // stored bitmap permuted by `t` and resized; its orientation is `orientation`.
@@ -63,8 +75,12 @@ class PlatformImage final : public PlatformObject {
  private:
   PlatformImage() = default;
 
+  // The source's size at which realizing this image decodes it.
+  std::pair<int, int> decodeRequest() const;
+
   std::shared_ptr<const ImageSource> source_;
   std::shared_ptr<const Bitmap> bitmap_;
+  std::shared_ptr<const Bytes> iccProfile_;  // drawing keeps the values, so the profile too
   Dihedral transform_ = Dihedral::identity;  // applied to the source's pixels
   int width_ = 0, height_ = 0;               // the stored bitmap's size
   int orientation_ = ImageOrientation::up;

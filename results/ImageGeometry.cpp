@@ -5,12 +5,11 @@
 namespace velqor {
 namespace {
 
-std::optional<std::pair<int, int>> contextSize(ImageSize size) {
+std::optional<std::pair<int, int>> contextSize(ImageSize size, std::uint64_t maxPixels) {
   auto w = ImageGeometry::contextPixels(size.width);
   auto h = ImageGeometry::contextPixels(size.height);
   if (!w || !h) return std::nullopt;
-  if (static_cast<std::uint64_t>(*w) * static_cast<std::uint64_t>(*h) > ImageGeometry::kMaxContextPixels)
-    return std::nullopt;
+  if (static_cast<std::uint64_t>(*w) * static_cast<std::uint64_t>(*h) > maxPixels) return std::nullopt;
   return std::make_pair(*w, *h);
 }
 
@@ -36,7 +35,7 @@ std::shared_ptr<PlatformImage> ImageGeometry::imageCorrectedForCaptureOrientatio
                                                                                   int orientation) {
   // The context has the image's displayed size, never swapped; the stored
   // bitmap is rotated into it (a stretch where the sizes do not match).
-  auto size = contextSize(image.size());
+  auto size = contextSize(image.size(), kMaxCorrectionPixels);
   if (!size) return nullptr;
   return image.drawn(correctionRotation(orientation), size->first, size->second, ImageOrientation::up);
 }
@@ -57,7 +56,7 @@ std::shared_ptr<PlatformImage> ImageGeometry::imageByScalingNotCroppingForSize(c
                                                                               ImageSize target) {
   auto out = scaledSize(image.size(), target);
   if (!out) return nullptr;
-  auto size = contextSize(*out);
+  auto size = contextSize(*out, kMaxContextPixels);
   if (!size) return nullptr;
   if (!image.hasBitmap()) return PlatformImage::fromBitmap(Bitmap(size->first, size->second, 4));
   return image.drawn(displayTransform(image.imageOrientation()), size->first, size->second, ImageOrientation::up);

@@ -7,11 +7,13 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   libturbojpeg0-dev libjpeg62-turbo-dev libspng-dev libheif-dev
+  libgif-dev libwebp-dev libtiff-dev libstb-dev liblcms2-dev
   libexiv2-dev
   libavformat-dev libavcodec-dev libavutil-dev
   libsqlite3-dev libicu-dev liburiparser-dev
   libgps-dev gpsd gpsd-clients python3-gps
   nlohmann-json3-dev libcli11-dev libspdlog-dev libfmt-dev libcpp-httplib-dev
+  libmicrohttpd-dev libre2-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

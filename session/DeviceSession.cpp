@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "files/FolderPolicy.h"
 #include "host/FileUrlPrefix.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "session/ShippedData.h"
@@ -16,11 +17,18 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   std::unique_ptr<DeviceSession> s(new DeviceSession());
   std::string tmpPath = config.temporaryDirectory.empty() ? TemporaryDirectory::defaultPath()
                                                           : config.temporaryDirectory;
+  std::string libraryPath =
+      config.libraryDirectory.empty() ? SqlitePhotoLibrary::defaultPath() : config.libraryDirectory;
+  if (config.checkFolders) {
+    const FolderOwnership owned = FolderOwnership::atDefaultPlace();
+    ASSIGN_OR_RETURN(ResolvedFolder checkedTmp, FolderPolicy::temporaryFolder(tmpPath, owned, config.forceFolders));
+    ASSIGN_OR_RETURN(ResolvedFolder checkedLibrary,
+                     FolderPolicy::libraryFolder(libraryPath, checkedTmp, owned, config.forceFolders));
+    tmpPath = checkedTmp.path;
+    libraryPath = checkedLibrary.path;
+  }
   ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
-
-  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(config.libraryDirectory.empty()
-                                                              ? SqlitePhotoLibrary::defaultPath()
-                                                              : config.libraryDirectory));
+  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(libraryPath));
   s->export_ = std::make_shared<FfmpegMediaExport>();
   s->main_ = std::make_shared<ManualExecutor>("main");
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");

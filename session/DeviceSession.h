@@ -38,6 +38,12 @@ struct DeviceConfig {
   std::vector<LocationFix> locationFixes;
   // "HOST:PORT" of a gpsd daemon to take real fixes from instead.
   std::optional<std::string> gpsd;
+  // Tools that take folder names from a user (the CLI, the web host) set
+  // this: the temporary and library folders then go through FolderPolicy,
+  // with the record of the folders this tool made at its default place.
+  bool checkFolders = false;
+  // Accept an existing, non-empty folder this tool did not make.
+  bool forceFolders = false;
 };
 
 // One host process's worth of runtime: the main queue, the worker pool, a

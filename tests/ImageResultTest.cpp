@@ -167,7 +167,8 @@ TEST_F(CameraPhotoWithLocation, ADataUrlIsTheBase64TextAsBytesWithoutAPrefix) {
   runAllMedia();  // both fixes arrive; only the first counts
   auto answers = answersFor();
   ASSERT_EQ(answers.size(), 1u);
-  const Bytes* text = find(payloadOf(answers[0]), "callbackURI")->asBytes();
+  const Dictionary payload = payloadOf(answers[0]);  // the pointer below points into it
+  const Bytes* text = find(payload, "callbackURI")->asBytes();
   ASSERT_TRUE(text);
   auto jpeg = base64Decode(std::string(text->begin(), text->end()));
   ASSERT_TRUE(jpeg);

@@ -22,4 +22,20 @@ long ExifOrientation::read(std::span<const std::uint8_t> bytes) {
   }
 }
 
+Bytes ExifOrientation::app1(long tag) {
+  Exiv2Support::ensureInitialized();
+  try {
+    Exiv2::ExifData exif;
+    exif["Exif.Image.Orientation"] = static_cast<std::uint16_t>(tag);
+    Exiv2::Blob tiff;
+    Exiv2::ExifParser::encode(tiff, Exiv2::littleEndian, exif);
+    static const std::uint8_t kExifHeader[6] = {'E', 'x', 'i', 'f', 0, 0};
+    Bytes out(kExifHeader, kExifHeader + 6);
+    out.insert(out.end(), tiff.begin(), tiff.end());
+    return out;
+  } catch (...) {
+    return {};
+  }
+}
+
 }  // namespace velqor

@@ -4,6 +4,11 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/IccProfiles.h"
+#include "platform/linux/IccProfileBuilder.h"
 
 namespace velqor {
 namespace {
@@ -24,6 +29,8 @@ using HeifContext = std::unique_ptr<heif_context, ContextDeleter>;
 using HeifHandle = std::unique_ptr<heif_image_handle, HandleDeleter>;
 using HeifImage = std::unique_ptr<heif_image, ImageDeleter>;
 using HeifEncoder = std::unique_ptr<heif_encoder, EncoderDeleter>;
+
+constexpr size_t kMaxProfileBytes = 16u << 20;
 
 Status heifStatus(const heif_error& e, const char* what) {
   if (e.code == heif_error_Ok) return Status::okStatus();
@@ -47,13 +54,77 @@ StatusOr<Opened> open(const Bytes& bytes) {
   return o;
 }
 
+struct NclxDeleter {
+  void operator()(heif_color_profile_nclx* n) const noexcept { heif_nclx_color_profile_free(n); }
+};
+
+// The colour space an nclx box names (ITU-T H.273 codes), with the primaries
+// libheif derives from it. None for a transfer an ICC curve cannot carry
+// (PQ, HLG and the like): such pixels are left without a profile.
+std::optional<RgbColourSpace> colourSpaceOf(const heif_color_profile_nclx& n) {
+  RgbColourSpace s;
+  switch (n.transfer_characteristics) {
+    case heif_transfer_characteristic_IEC_61966_2_1:
+    case heif_transfer_characteristic_unspecified: s.transfer = RgbColourSpace::Transfer::srgb; break;
+    case heif_transfer_characteristic_ITU_R_BT_709_5:
+    case heif_transfer_characteristic_ITU_R_BT_601_6:
+    case heif_transfer_characteristic_ITU_R_BT_2020_2_10bit:
+    case heif_transfer_characteristic_ITU_R_BT_2020_2_12bit: s.transfer = RgbColourSpace::Transfer::bt709; break;
+    case heif_transfer_characteristic_ITU_R_BT_470_6_System_M:
+      s.transfer = RgbColourSpace::Transfer::gamma, s.gamma = 2.2;
+      break;
+    case heif_transfer_characteristic_ITU_R_BT_470_6_System_B_G:
+      s.transfer = RgbColourSpace::Transfer::gamma, s.gamma = 2.8;
+      break;
+    case heif_transfer_characteristic_linear: s.transfer = RgbColourSpace::Transfer::gamma, s.gamma = 1.0; break;
+    default: return std::nullopt;
+  }
+  // Primaries libheif has no values for stay BT.709's, the space's defaults.
+  if (n.color_primary_white_x > 0 && n.color_primary_white_y > 0) {
+    s.whiteX = n.color_primary_white_x, s.whiteY = n.color_primary_white_y;
+    s.redX = n.color_primary_red_x, s.redY = n.color_primary_red_y;
+    s.greenX = n.color_primary_green_x, s.greenY = n.color_primary_green_y;
+    s.blueX = n.color_primary_blue_x, s.blueY = n.color_primary_blue_y;
+  }
+  const bool srgbCurve = s.transfer == RgbColourSpace::Transfer::srgb;
+  switch (n.color_primaries) {
+    case heif_color_primaries_ITU_R_BT_709_5:
+    case heif_color_primaries_unspecified: s.description = srgbCurve ? "sRGB" : "BT.709"; break;
+    case heif_color_primaries_SMPTE_EG_432_1: s.description = srgbCurve ? "Display P3" : "P3-D65"; break;
+    case heif_color_primaries_ITU_R_BT_2020_2_and_2100_0: s.description = "BT.2020"; break;
+    default: s.description = "nclx primaries " + std::to_string(n.color_primaries); break;
+  }
+  return s;
+}
+
+// The image's colour profile as ICC: an ICC colr box as it is, or one made
+// from an nclx box's primaries and transfer.
+std::shared_ptr<const Bytes> readProfile(const heif_image_handle* handle) {
+  const size_t size = heif_image_handle_get_raw_color_profile_size(handle);
+  if (size > 0 && size <= kMaxProfileBytes) {
+    Bytes raw(size);
+    if (heif_image_handle_get_raw_color_profile(handle, raw.data()).code == heif_error_Ok)
+      if (auto profile = IccProfiles::rgbProfile(raw)) return profile;
+  }
+  heif_color_profile_nclx* raw = nullptr;
+  if (heif_image_handle_get_nclx_color_profile(handle, &raw).code != heif_error_Ok || !raw) return nullptr;
+  std::unique_ptr<heif_color_profile_nclx, NclxDeleter> nclx(raw);
+  auto space = colourSpaceOf(*nclx);
+  if (!space) return nullptr;
+  auto icc = IccProfileBuilder::rgb(*space);
+  return icc.ok() ? std::make_shared<const Bytes>(std::move(*icc)) : nullptr;
+}
+
 class HeifSource final : public ImageSource {
  public:
-  HeifSource(std::shared_ptr<const Bytes> bytes, int w, int h, bool alpha)
-      : bytes_(std::move(bytes)), w_(w), h_(h), alpha_(alpha) {}
+  HeifSource(std::shared_ptr<const Bytes> bytes, int w, int h, bool alpha, std::shared_ptr<const Bytes> profile)
+      : bytes_(std::move(bytes)), w_(w), h_(h), alpha_(alpha), profile_(std::move(profile)) {}
   int width() const override { return w_; }
   int height() const override { return h_; }
   std::string typeName() const override { return "heif"; }
+  std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+  // The header was checked against the limits, and HEIF decodes at one size only.
+  Status checkDecode(int, int) const override { return Status::okStatus(); }
 
   StatusOr<Bitmap> decode(int, int) const override {
     ASSIGN_OR_RETURN(Opened o, open(*bytes_));
@@ -70,6 +141,7 @@ class HeifSource final : public ImageSource {
     if (!plane || w <= 0 || h <= 0) return Status::dataLoss("cannot decode HEIF: no pixels");
     Bitmap out(w, h, alpha_ ? 4 : 3);
     for (int y = 0; y < h; ++y) std::memcpy(out.row(y), plane + static_cast<size_t>(stride) * y, out.stride());
+    out.iccProfile = profile_;
     return out;
   }
 
@@ -77,6 +149,7 @@ class HeifSource final : public ImageSource {
   std::shared_ptr<const Bytes> bytes_;
   int w_, h_;
   bool alpha_;
+  std::shared_ptr<const Bytes> profile_;
 };
 
 }  // namespace
@@ -100,7 +173,9 @@ StatusOr<std::shared_ptr<const ImageSource>> HeifCodec::source(std::shared_ptr<c
     return Status::resourceExhausted("cannot decode: " + std::to_string(w) + "x" + std::to_string(h) +
                                      " exceeds the pixel limit");
   const bool alpha = heif_image_handle_has_alpha_channel(o.handle.get()) != 0;
-  return std::shared_ptr<const ImageSource>(std::make_shared<HeifSource>(std::move(bytes), w, h, alpha));
+  auto profile = readProfile(o.handle.get());
+  return std::shared_ptr<const ImageSource>(
+      std::make_shared<HeifSource>(std::move(bytes), w, h, alpha, std::move(profile)));
 }
 
 StatusOr<Bytes> HeifCodec::encode(const Bitmap& bitmap, int quality) {

@@ -10,7 +10,9 @@
 namespace velqor {
 
 // HEIF/HEIC (and AVIF) through libheif. The container's rotation and mirror
-// properties are applied by the decoder, so decoded pixels stand upright.
+// properties are applied by the decoder, so decoded pixels stand upright. The
+// image's colour profile comes through as ICC: an ICC box unchanged, an nclx box
+// as a profile made from its primaries and transfer (Display P3, sRGB, ...).
 //
 // Threads: any; every call makes its own context.
 class HeifCodec {

@@ -5,6 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <string>
+
+#include "platform/linux/ExifOrientation.h"
+#include "platform/linux/JpegEncoder.h"
+#include "platform/linux/JpegProfileReader.h"
 
 namespace velqor {
 namespace {
@@ -13,10 +18,6 @@ struct TjHandleDeleter {
   void operator()(void* h) const noexcept { tjDestroy(h); }
 };
 using TjHandle = std::unique_ptr<void, TjHandleDeleter>;
-
-struct TjBufferDeleter {
-  void operator()(unsigned char* p) const noexcept { tjFree(p); }
-};
 
 struct Header {
   int width = 0, height = 0, subsampling = 0, colorspace = 0;
@@ -31,52 +32,90 @@ StatusOr<Header> readHeader(tjhandle h, std::span<const std::uint8_t> bytes) {
   return hd;
 }
 
-Status checkLimits(int width, int height, int channels, const DecodeLimits& limits) {
+std::string megapixels(std::uint64_t pixels) { return std::to_string((pixels + 500'000) / 1'000'000) + " MP"; }
+
+std::string dimensions(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
+
+// The limits on what one decode produces: `full` says the decode is at the
+// stored size, where the only way round is a smaller target.
+Status checkDecoded(int width, int height, int channels, bool full, const DecodeLimits& limits) {
   const std::uint64_t pixels = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
-  if (pixels > limits.maxPixels)
-    return Status::resourceExhausted("cannot decode: " + std::to_string(width) + "x" + std::to_string(height) +
-                                     " exceeds the pixel limit of " + std::to_string(limits.maxPixels));
-  if (pixels * channels > limits.maxBytes)
-    return Status::resourceExhausted("cannot decode: " + std::to_string(width) + "x" + std::to_string(height) +
-                                     " exceeds the memory budget");
+  if (pixels <= limits.maxPixels && pixels * channels <= limits.maxBytes) return Status::okStatus();
+  const std::string what = pixels > limits.maxPixels
+                               ? "more than the " + megapixels(limits.maxPixels) + " one decode may hold"
+                               : "more than the memory budget of " + std::to_string(limits.maxBytes >> 20) + " MiB";
+  if (full)
+    return Status::resourceExhausted("cannot decode " + dimensions(width, height) + " (" + megapixels(pixels) +
+                                     ") at full size: " + what + "; ask for a smaller target size");
+  return Status::resourceExhausted("cannot decode: " + dimensions(width, height) + " is " + what);
+}
+
+// A smallest-scale decode must fit, and the header must stay within what a
+// reduced decode is allowed to read through.
+Status checkHeader(const Header& h, const DecodeLimits& limits) {
+  const std::uint64_t pixels = static_cast<std::uint64_t>(h.width) * static_cast<std::uint64_t>(h.height);
+  if (pixels > limits.maxHeaderPixels)
+    return Status::resourceExhausted("cannot decode: " + dimensions(h.width, h.height) + " exceeds the pixel limit of " +
+                                     std::to_string(limits.maxHeaderPixels));
   return Status::okStatus();
+}
+
+bool isCmyk(const Header& h) { return h.colorspace == TJCS_CMYK || h.colorspace == TJCS_YCCK; }
+
+// The smallest of the library's scaling factors that leaves at least minWidth x
+// minHeight (1/1 when none does).
+tjscalingfactor scaleFor(const Header& h, int minWidth, int minHeight) {
+  tjscalingfactor chosen{1, 1};
+  int chosenWidth = h.width;
+  int count = 0;
+  const tjscalingfactor* factors = tjGetScalingFactors(&count);
+  for (int i = 0; factors && i < count; ++i) {
+    const auto f = factors[i];
+    if (f.num > f.denom) continue;  // never enlarge on load
+    const int w = TJSCALED(h.width, f), hgt = TJSCALED(h.height, f);
+    if (w >= minWidth && hgt >= minHeight && w < chosenWidth) {
+      chosen = f;
+      chosenWidth = w;
+    }
+  }
+  return chosen;
 }
 
 class JpegSource final : public ImageSource {
  public:
-  JpegSource(std::shared_ptr<const Bytes> bytes, Header header, DecodeLimits limits)
-      : bytes_(std::move(bytes)), header_(header), limits_(limits) {}
+  JpegSource(std::shared_ptr<const Bytes> bytes, Header header, DecodeLimits limits,
+             std::shared_ptr<const Bytes> profile)
+      : bytes_(std::move(bytes)), header_(header), limits_(limits), profile_(std::move(profile)) {}
 
   int width() const override { return header_.width; }
   int height() const override { return header_.height; }
   std::string typeName() const override { return "jpeg"; }
+  std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+
+  Status checkDecode(int minWidth, int minHeight) const override {
+    const tjscalingfactor f = scaleFor(header_, minWidth, minHeight);
+    return checkDecoded(TJSCALED(header_.width, f), TJSCALED(header_.height, f), isCmyk(header_) ? 4 : 3,
+                        f.num == f.denom, limits_);
+  }
 
   StatusOr<Bitmap> decode(int minWidth, int minHeight) const override {
+    RETURN_IF_ERROR(checkDecode(minWidth, minHeight));
     TjHandle h(tjInitDecompress());
     if (!h) return Status::internal("cannot start a JPEG decoder");
-    tjscalingfactor chosen{1, 1};
-    int chosenWidth = header_.width;
-    int count = 0;
-    const tjscalingfactor* factors = tjGetScalingFactors(&count);
-    for (int i = 0; factors && i < count; ++i) {
-      const auto f = factors[i];
-      if (f.num > f.denom) continue;  // never enlarge on load
-      const int w = TJSCALED(header_.width, f), hgt = TJSCALED(header_.height, f);
-      if (w >= minWidth && hgt >= minHeight && w < chosenWidth) {
-        chosen = f;
-        chosenWidth = w;
-      }
-    }
-    const int w = TJSCALED(header_.width, chosen), hgt = TJSCALED(header_.height, chosen);
-    const bool cmyk = header_.colorspace == TJCS_CMYK || header_.colorspace == TJCS_YCCK;
-    RETURN_IF_ERROR(checkLimits(w, hgt, cmyk ? 4 : 3, limits_));
+    const tjscalingfactor f = scaleFor(header_, minWidth, minHeight);
+    const int w = TJSCALED(header_.width, f), hgt = TJSCALED(header_.height, f);
+    const bool cmyk = isCmyk(header_);
     Bitmap out(w, hgt, cmyk ? 4 : 3);
+    // A hostile progressive file can hold thousands of scans; stop at the library's limit.
     const int rc = tjDecompress2(h.get(), bytes_->data(), static_cast<unsigned long>(bytes_->size()),
-                                 out.pixels.data(), w, 0, hgt, cmyk ? TJPF_CMYK : TJPF_RGB, 0);
+                                 out.pixels.data(), w, 0, hgt, cmyk ? TJPF_CMYK : TJPF_RGB, TJFLAG_LIMITSCANS);
     // A warning (a truncated or slightly corrupt stream) still leaves a usable image.
     if (rc != 0 && tjGetErrorCode(h.get()) != TJERR_WARNING)
       return Status::dataLoss(std::string("cannot decode JPEG: ") + tjGetErrorStr2(h.get()));
-    if (!cmyk) return out;
+    if (!cmyk) {
+      out.iccProfile = profile_;
+      return out;
+    }
     // Adobe CMYK JPEGs store inverted ink values: RGB = C' x K' / 255.
     Bitmap rgb(w, hgt, 3);
     for (size_t p = 0, q = 0; p < out.pixels.size(); p += 4, q += 3) {
@@ -92,6 +131,7 @@ class JpegSource final : public ImageSource {
   std::shared_ptr<const Bytes> bytes_;
   Header header_;
   DecodeLimits limits_;
+  std::shared_ptr<const Bytes> profile_;
 };
 
 }  // namespace
@@ -106,8 +146,13 @@ StatusOr<std::shared_ptr<const ImageSource>> JpegCodec::source(std::shared_ptr<c
   TjHandle h(tjInitDecompress());
   if (!h) return Status::internal("cannot start a JPEG decoder");
   ASSIGN_OR_RETURN(Header header, readHeader(h.get(), *bytes));
-  RETURN_IF_ERROR(checkLimits(header.width, header.height, 3, limits));
-  return std::shared_ptr<const ImageSource>(std::make_shared<JpegSource>(std::move(bytes), header, limits));
+  RETURN_IF_ERROR(checkHeader(header, limits));
+  // A CMYK profile would be wrong for the RGB the source hands out.
+  auto profile = isCmyk(header) ? nullptr : JpegProfileReader::read(*bytes);
+  auto source = std::make_shared<JpegSource>(std::move(bytes), header, limits, std::move(profile));
+  // Even the smallest scale must fit.
+  RETURN_IF_ERROR(source->checkDecode(1, 1));
+  return std::shared_ptr<const ImageSource>(std::move(source));
 }
 
 int JpegCodec::libjpegQuality(double quality) {
@@ -116,20 +161,9 @@ int JpegCodec::libjpegQuality(double quality) {
   return std::clamp(static_cast<int>(std::lround(quality * 100)), 1, 100);
 }
 
-StatusOr<Bytes> JpegCodec::encode(const Bitmap& bitmap, double quality) {
-  if (bitmap.empty()) return Status::invalidArgument("cannot encode an empty bitmap");
-  TjHandle h(tjInitCompress());
-  if (!h) return Status::internal("cannot start a JPEG encoder");
-  const int q = libjpegQuality(quality);
-  const int format = bitmap.channels == 4 ? TJPF_RGBA : (bitmap.channels == 3 ? TJPF_RGB : TJPF_GRAY);
-  const int sampling = bitmap.channels == 1 ? TJSAMP_GRAY : (q >= 90 ? TJSAMP_444 : TJSAMP_420);
-  unsigned char* out = nullptr;
-  unsigned long size = 0;
-  const int rc = tjCompress2(h.get(), bitmap.pixels.data(), bitmap.width, 0, bitmap.height, format, &out, &size,
-                             sampling, q, 0);
-  std::unique_ptr<unsigned char, TjBufferDeleter> owned(out);
-  if (rc != 0) return Status::internal(std::string("cannot encode JPEG: ") + tjGetErrorStr2(h.get()));
-  return Bytes(out, out + size);
+StatusOr<Bytes> JpegCodec::encode(const Bitmap& bitmap, double quality, int exifOrientation) {
+  const Bytes exif = exifOrientation == 1 ? Bytes{} : ExifOrientation::app1(exifOrientation);
+  return JpegEncoder::encode(bitmap, libjpegQuality(quality), exif);
 }
 
 }  // namespace velqor

@@ -1,10 +1,14 @@
 #include "platform/linux/LinuxImageCodec.h"
 
+#include "platform/linux/BmpCodec.h"
 #include "platform/linux/ExifOrientation.h"
+#include "platform/linux/GifCodec.h"
 #include "platform/linux/HeifCodec.h"
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/JpegCodec.h"
 #include "platform/linux/PngCodec.h"
+#include "platform/linux/TiffCodec.h"
+#include "platform/linux/WebpCodec.h"
 
 namespace velqor {
 
@@ -19,13 +23,18 @@ StatusOr<std::shared_ptr<const ImageSource>> LinuxImageCodec::source(std::shared
   if (JpegCodec::looksLike(*bytes)) return JpegCodec::source(bytes, limits_);
   if (PngCodec::looksLike(*bytes)) return PngCodec::source(bytes, limits_);
   if (HeifCodec::looksLike(*bytes)) return HeifCodec::source(bytes, limits_);
-  return Status::invalidArgument("cannot decode: not a JPEG, PNG or HEIF image");
+  if (GifCodec::looksLike(*bytes)) return GifCodec::source(bytes, limits_);
+  if (WebpCodec::looksLike(*bytes)) return WebpCodec::source(bytes, limits_);
+  if (TiffCodec::looksLike(*bytes)) return TiffCodec::source(bytes, limits_);
+  if (BmpCodec::looksLike(*bytes)) return BmpCodec::source(bytes, limits_);
+  return Status::invalidArgument("cannot decode: not a JPEG, PNG, HEIF, GIF, WebP, TIFF or BMP image");
 }
 
 std::shared_ptr<PlatformImage> LinuxImageCodec::imageWithData(std::shared_ptr<const Bytes> bytes) {
   auto src = source(bytes);
   if (!src.ok()) return nullptr;
-  // HEIF pixels come out upright; JPEG and PNG carry their EXIF orientation.
+  // HEIF pixels come out upright; the others carry an EXIF (for TIFF, its own)
+  // Orientation tag or none.
   const int orientation =
       (*src)->typeName() == "heif" ? ImageOrientation::up : ImageOrientation::fromExif(ExifOrientation::read(*bytes));
   return PlatformImage::fromSource(std::move(*src), orientation);
@@ -43,12 +52,14 @@ Status LinuxImageCodec::probe(std::span<const std::uint8_t> bytes) {
 std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& image, double quality) {
   auto bitmap = image.cgImage();
   if (!bitmap) return std::nullopt;
-  auto out = JpegCodec::encode(*bitmap, quality);
+  // The stored pixels as they are, with the orientation that turns them upright.
+  auto out = JpegCodec::encode(*bitmap, quality, ImageOrientation::toExif(image.imageOrientation()));
   if (!out.ok()) return std::nullopt;
   return std::move(*out);
 }
 
 std::optional<Bytes> LinuxImageCodec::pngRepresentation(const PlatformImage& image) {
+  // A PNG carries no orientation: the stored pixels go as they are.
   auto bitmap = image.cgImage();
   if (!bitmap) return std::nullopt;
   auto out = PngCodec::encode(*bitmap);
@@ -60,13 +71,19 @@ std::optional<std::string> LinuxImageCodec::containerType(std::span<const std::u
   if (JpegCodec::looksLike(bytes)) return "public.jpeg";
   if (PngCodec::looksLike(bytes)) return "public.png";
   if (HeifCodec::looksLike(bytes)) return "public.heic";
+  if (GifCodec::looksLike(bytes)) return "com.compuserve.gif";
+  if (WebpCodec::looksLike(bytes)) return "org.webmproject.webp";
+  if (TiffCodec::looksLike(bytes)) return "public.tiff";
+  if (BmpCodec::looksLike(bytes)) return "com.microsoft.bmp";
   return std::nullopt;
 }
 
 std::optional<Bytes> LinuxImageCodec::encodeWithProperties(const Bitmap& bitmap, const std::string& type,
                                                            const Dictionary& properties) {
   StatusOr<Bytes> out = Status::invalidArgument("unsupported destination type " + type);
-  // The platform's image destination writes JPEG at its default quality.
+  // The platform's image destination writes JPEG at its default quality. The
+  // bitmap's profile goes in with the pixels; the orientation, like every other
+  // tag, only when the properties hold it.
   if (type == "public.jpeg") out = JpegCodec::encode(bitmap, kDestinationJpegQuality);
   if (type == "public.png") out = PngCodec::encode(bitmap);
   if (!out.ok()) return std::nullopt;

@@ -4,8 +4,14 @@
 
 namespace velqor {
 
-// The image codec of this build: JPEG (libjpeg-turbo), PNG (libspng) and HEIF
-// (libheif) decoding, JPEG and PNG encoding, EXIF through Exiv2.
+// The image codec of this build: JPEG (libjpeg-turbo), PNG (libspng), HEIF
+// (libheif), GIF (giflib, first frame), WebP (libwebp), TIFF (libtiff) and BMP
+// (stb_image) decoding; JPEG and PNG encoding; EXIF through Exiv2.
+//
+// What the representations keep, as the phone's do: the JPEG representation
+// writes the stored pixels unchanged with the image's orientation as its EXIF
+// Orientation tag (none when up); the PNG representation writes the stored
+// pixels and no orientation. Both carry the image's ICC profile unchanged.
 //
 // Threads: any; no mutable state.
 class LinuxImageCodec final : public ImageCodec {

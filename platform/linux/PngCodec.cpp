@@ -6,6 +6,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/IccProfiles.h"
+
 namespace velqor {
 namespace {
 
@@ -26,12 +28,24 @@ SpngContext decoder(const Bytes& bytes) {
   return ctx;
 }
 
+// The iCCP chunk's profile when it is an RGB one; a damaged chunk counts as none.
+std::shared_ptr<const Bytes> readProfile(spng_ctx* ctx) {
+  spng_iccp iccp{};
+  if (spng_get_iccp(ctx, &iccp) != 0 || !iccp.profile) return nullptr;
+  return IccProfiles::rgbProfile(
+      std::span<const std::uint8_t>(reinterpret_cast<const std::uint8_t*>(iccp.profile), iccp.profile_len));
+}
+
 class PngSource final : public ImageSource {
  public:
-  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h) : bytes_(std::move(bytes)), w_(w), h_(h) {}
+  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h, std::shared_ptr<const Bytes> profile)
+      : bytes_(std::move(bytes)), w_(w), h_(h), profile_(std::move(profile)) {}
   int width() const override { return w_; }
   int height() const override { return h_; }
   std::string typeName() const override { return "png"; }
+  std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+  // The header was checked against the limits, and PNG decodes at one size only.
+  Status checkDecode(int, int) const override { return Status::okStatus(); }
 
   StatusOr<Bitmap> decode(int, int) const override {
     SpngContext ctx = decoder(*bytes_);
@@ -43,12 +57,14 @@ class PngSource final : public ImageSource {
     if (size != out.pixels.size()) return Status::dataLoss("cannot decode PNG: unexpected size");
     if (int rc = spng_decode_image(ctx.get(), out.pixels.data(), size, SPNG_FMT_RGBA8, SPNG_DECODE_TRNS); rc != 0)
       return Status::dataLoss(std::string("cannot decode PNG: ") + spng_strerror(rc));
+    out.iccProfile = profile_;
     return out;
   }
 
  private:
   std::shared_ptr<const Bytes> bytes_;
   int w_, h_;
+  std::shared_ptr<const Bytes> profile_;
 };
 
 }  // namespace
@@ -73,8 +89,9 @@ StatusOr<std::shared_ptr<const ImageSource>> PngCodec::source(std::shared_ptr<co
                                      std::to_string(ihdr.height) + " exceeds the pixel limit of " +
                                      std::to_string(limits.maxPixels));
   if (pixels * 4 > limits.maxBytes) return Status::resourceExhausted("cannot decode: image exceeds the memory budget");
-  return std::shared_ptr<const ImageSource>(
-      std::make_shared<PngSource>(std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height)));
+  auto profile = readProfile(ctx.get());
+  return std::shared_ptr<const ImageSource>(std::make_shared<PngSource>(
+      std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height), std::move(profile)));
 }
 
 StatusOr<Bytes> PngCodec::encode(const Bitmap& bitmap) {
@@ -103,6 +120,15 @@ StatusOr<Bytes> PngCodec::encode(const Bitmap& bitmap) {
                                           : (pixels->channels == 3 ? SPNG_COLOR_TYPE_TRUECOLOR : SPNG_COLOR_TYPE_GRAYSCALE);
   if (int rc = spng_set_ihdr(ctx.get(), &ihdr); rc != 0)
     return Status::internal(std::string("cannot encode PNG: ") + spng_strerror(rc));
+  if (bitmap.iccProfile && !bitmap.iccProfile->empty()) {
+    spng_iccp iccp{};
+    std::strncpy(iccp.profile_name, "ICC Profile", sizeof iccp.profile_name - 1);
+    iccp.profile_len = bitmap.iccProfile->size();
+    // spng keeps the pointer and reads the profile while encoding, within this call.
+    iccp.profile = const_cast<char*>(reinterpret_cast<const char*>(bitmap.iccProfile->data()));
+    if (int rc = spng_set_iccp(ctx.get(), &iccp); rc != 0)
+      return Status::internal(std::string("cannot encode PNG profile: ") + spng_strerror(rc));
+  }
   if (int rc = spng_encode_image(ctx.get(), pixels->pixels.data(), pixels->pixels.size(), SPNG_FMT_PNG,
                                  SPNG_ENCODE_FINALIZE);
       rc != 0)

@@ -11,7 +11,9 @@ namespace velqor {
 
 // PNG through libspng: any bit depth, palette, grey or interlaced image decodes
 // to 8-bit RGBA; ancillary chunks are capped so a compressed text or profile
-// chunk cannot balloon. Encoding writes RGB, or RGBA when a pixel is not opaque.
+// chunk cannot balloon; an RGB iCCP profile comes with the pixels. Encoding
+// writes RGB, or RGBA when a pixel is not opaque, and the bitmap's ICC profile
+// as an iCCP chunk. No orientation is written: a PNG carries none.
 //
 // Threads: any; every call makes its own context.
 class PngCodec {

@@ -246,7 +246,14 @@ std::vector<OpenReason> SimDevice::waitingOn() const {
       out.push_back({"an alert is on the screen waiting for a tap (message: \"" + alert->message() + "\")",
                      OpenReason::NextStep::tapAlert});
     } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
-      out.push_back({"the picker is on the screen waiting for the user", OpenReason::NextStep::finishPicker});
+      // The picker keeps what it cannot hand over, as the phone's does.
+      std::string failed;
+      for (const auto& e : events_->events())
+        if (e["event"] == "pickerFailed") failed = e.value("error", "");
+      out.push_back({failed.empty() ? "the picker is on the screen waiting for the user"
+                                    : "the picker could not take the user's choice (" + failed +
+                                          ") and is still on the screen",
+                     OpenReason::NextStep::finishPicker});
     }
   }
   return out;

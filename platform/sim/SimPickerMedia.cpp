@@ -41,6 +41,7 @@ StatusOr<std::shared_ptr<PlatformImage>> edited(const PlatformImage& original, c
   const int w = std::clamp(static_cast<int>(std::lround(rect[2])), 1, pixels->width - x);
   const int h = std::clamp(static_cast<int>(std::lround(rect[3])), 1, pixels->height - y);
   Bitmap crop(w, h, pixels->channels);
+  crop.iccProfile = pixels->iccProfile;
   for (int row = 0; row < h; ++row)
     std::copy_n(pixels->row(y + row) + static_cast<size_t>(x) * pixels->channels, crop.stride(), crop.row(row));
   return PlatformImage::fromBitmap(std::move(crop));

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "host/StatusOr.h"
+#include "host/Value.h"
+#include "platform/Bitmap.h"
+
+namespace velqor {
+
+// JPEG encoding on libjpeg-turbo's libjpeg API, which can write markers: the
+// bitmap's ICC profile goes into APP2 segments unchanged
+// (jpeg_write_icc_profile), and an EXIF APP1 segment, when given, comes right
+// after the start of the image in place of the JFIF header, as cameras write it.
+// Chroma is 4:2:0 below quality 90 and 4:4:4 from there on; grey bitmaps stay grey.
+//
+// Threads: any; every call makes its own compressor.
+class JpegEncoder {
+ public:
+  // `quality` is libjpeg's 1-100; `exifApp1` the APP1 payload ("Exif\0\0"
+  // and a TIFF structure) or empty for none.
+  static StatusOr<Bytes> encode(const Bitmap& bitmap, int quality, const Bytes& exifApp1);
+};
+
+}  // namespace velqor
