@@ -1,5 +1,4 @@
 #include <chrono>
-#include <iostream>
 
 #include <nlohmann/json.hpp>
 
@@ -15,13 +14,11 @@ namespace velqor::cli {
 namespace {
 
 std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path) {
+  requireReadableFile("FILE", path);
   auto bytes = FileBytes::read(path, 512u << 20);
-  if (!bytes.ok()) throw UsageError{bytes.status().message()};
+  if (!bytes.ok()) throw UsageError{path + ": " + bytes.status().message()};
   auto shared = std::make_shared<const Bytes>(std::move(*bytes));
-  if (Status why = codec.probe(*shared); !why.ok()) {
-    std::cerr << "velqor-camera: " << path << ": " << why.message() << "\n";
-    return nullptr;
-  }
+  if (Status why = codec.probe(*shared); !why.ok()) throw UsageError{path + ": " + why.message()};
   return codec.imageWithData(shared);
 }
 
@@ -39,7 +36,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
     chosen.run = [] {
       LinuxImageCodec codec;
       auto image = openImage(codec, infoPath);
-      if (!image) return kExitFailure;
+      if (!image) throw UsageError{infoPath + ": not an image this tool decodes"};
       nlohmann::ordered_json j;
       j["size"] = {image->size().width, image->size().height};
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
@@ -49,7 +46,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         j["iccProfile"] = {{"description", IccProfileBuilder::description(*icc)}, {"bytes", icc->size()}};
       else
         j["iccProfile"] = nullptr;
-      std::cout << j.dump() << "\n";
+      Console::result(j.dump());
       return kExitOk;
     };
   });
@@ -64,36 +61,41 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   fit->add_option("--height", fitHeight, "Target height")->required();
   fit->add_flag("--correct-orientation", fitCorrect, "Turn the stored pixels upright first");
   fit->add_flag("--png", fitPng, "Encode as PNG");
-  fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)");
+  fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)")->check(CLI::Range(0, 100));
   fit->add_option("-o,--output", fitOut, "Where to write the result")->required();
-  fit->callback([&chosen] {
+  fit->callback([&chosen, fit] {
+    refuseTogether(*fit, "--png", "--quality", "PNG is lossless and has no quality");
+    if (fitWidth <= 0 || fitHeight <= 0) throw UsageError{"--width and --height must be positive"};
     chosen.run = [] {
       auto start = std::chrono::steady_clock::now();
       LinuxImageCodec codec;
       auto image = openImage(codec, fitPath);
-      if (!image) return kExitFailure;
+      if (!image) throw UsageError{fitPath + ": not an image this tool decodes"};
       if (fitCorrect) image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
       if (image && fitWidth > 0 && fitHeight > 0) {
         auto scaled = ImageGeometry::imageByScalingNotCroppingForSize(*image, {fitWidth, fitHeight});
         if (scaled) image = scaled;
       }
       if (!image) {
-        std::cerr << "velqor-camera: the image could not be drawn\n";
+        Console::error(fitPath + ": the image could not be drawn");
         return kExitFailure;
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) {
         Status why = image->checkDecode();
-        std::cerr << "velqor-camera: cannot encode the image" << (why.ok() ? "" : ": " + why.message()) << "\n";
+        Console::error("cannot encode the image" + (why.ok() ? std::string() : ": " + why.message()));
         return kExitFailure;
       }
-      if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) throw UsageError{s.message()};
+      if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {
+        Console::error(fitOut + ": " + s.message());
+        return kExitFailure;
+      }
       nlohmann::ordered_json j;
       j["output"] = fitOut;
       j["size"] = {image->storedWidth(), image->storedHeight()};
       j["bytes"] = encoded->size();
       j["milliseconds"] = millisSince(start);
-      std::cout << j.dump() << "\n";
+      Console::result(j.dump());
       return kExitOk;
     };
   });

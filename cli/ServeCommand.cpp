@@ -6,6 +6,7 @@
 #include "cli/Cli.h"
 #include "cli/DeviceOptions.h"
 #include "files/UploadsFolder.h"
+#include "session/ShippedData.h"
 #include "web/WebServer.h"
 
 namespace velqor::cli {
@@ -15,12 +16,8 @@ std::atomic<bool> stopRequested{false};
 
 void requestStop(int) { stopRequested = true; }
 
-// The page shipped beside the executable, as the bundle is.
-std::string shippedPage() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return ec ? std::string() : (exe.parent_path() / "page").string();
-}
+// The page installed with the program, found as the strings bundle is.
+std::string shippedPage() { return ShippedData::find("page").value_or(std::string()); }
 
 }  // namespace
 
@@ -55,8 +52,8 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
       std::signal(SIGINT, requestStop);
       std::signal(SIGTERM, requestStop);
-      std::cout << "velqor-camera: serving " << server.origin() << "/ (temporary directory " << tmp << ", library "
-                << s.library().directory() << "); Ctrl-C stops" << std::endl;
+      Console::result("velqor-camera: serving " + server.origin() + "/ (temporary directory " + tmp + ", library " +
+                      s.library().directory() + "); Ctrl-C stops");
       auto& main = s.host().mainQueue();
       while (!stopRequested) {
         main.waitForWork(std::chrono::milliseconds(100));
@@ -64,7 +61,7 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       }
       server.stop();
       s.host().runUntilQuiescent(std::chrono::seconds(5));
-      std::cout << "velqor-camera: stopped" << std::endl;
+      Console::info("stopped");
       return kExitOk;
     };
   });

@@ -7,17 +7,11 @@
 #include "files/FolderPolicy.h"
 #include "host/FileUrlPrefix.h"
 #include "platform/linux/LinuxImageCodec.h"
+#include "session/ShippedData.h"
 
 namespace velqor {
 
-std::optional<std::string> DeviceSession::shippedBundle() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return std::nullopt;
-  auto bundle = exe.parent_path() / "Velqor.bundle";
-  if (std::filesystem::is_directory(bundle, ec)) return bundle.string();
-  return std::nullopt;
-}
+std::optional<std::string> DeviceSession::shippedBundle() { return ShippedData::find("Velqor.bundle"); }
 
 StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig config) {
   std::unique_ptr<DeviceSession> s(new DeviceSession());

@@ -75,7 +75,7 @@ class DeviceSession {
   // The same, one line each with the command-line options that act.
   std::vector<std::string> whyOpen() const;
 
-  // The bundle shipped beside the executable, if any.
+  // The strings bundle installed with the program (see ShippedData), if any.
   static std::optional<std::string> shippedBundle();
 
  private:
