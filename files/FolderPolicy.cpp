@@ -22,15 +22,8 @@ constexpr std::array kTemporaryFileNames{"velqor_photo_", ".velqor-staging-"};
 std::string plain(const fs::path& p) { return SharedFolders::plain(p); }
 bool atOrBelow(const std::string& path, const std::string& root) { return SharedFolders::atOrBelow(path, root); }
 
-fs::path absoluteOf(std::string_view path) {
-  std::error_code ec;
-  fs::path p = fs::absolute(fs::path(path), ec);
-  return ec ? fs::path(path) : p;
-}
-
-Status refusedAs(const std::string& path, const std::string& why) {
-  return Status::invalidArgument("refusing folder " + path + ": " + why);
-}
+fs::path absoluteOf(std::string_view path) { return SharedFolders::absolute(path); }
+Status refusedAs(const std::string& path, const std::string& why) { return SharedFolders::refusal(path, why); }
 
 // Entries of an existing folder; -1 when it cannot be read.
 long countEntries(const std::string& folder, std::string* first, bool (*ours)(const std::string&)) {

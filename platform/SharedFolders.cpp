@@ -18,15 +18,8 @@ constexpr std::array kSystemTrees{"/bin", "/boot", "/dev",  "/etc", "/lib",  "/l
                                   "/opt", "/proc", "/run",  "/sbin", "/srv", "/sys",   "/usr",   "/var"};
 constexpr std::array kScratchBelowSystem{"/var/tmp", "/dev/shm"};
 
-fs::path absoluteOf(std::string_view path) {
-  std::error_code ec;
-  fs::path p = fs::absolute(fs::path(path), ec);
-  return ec ? fs::path(path) : p;
-}
-
-Status refusedAs(const std::string& path, const std::string& why) {
-  return Status::invalidArgument("refusing folder " + path + ": " + why);
-}
+fs::path absoluteOf(std::string_view path) { return SharedFolders::absolute(path); }
+Status refusedAs(const std::string& path, const std::string& why) { return SharedFolders::refusal(path, why); }
 
 Status checkOnePath(const std::string& p) {
   for (const char* shared : kSharedFolders)
@@ -70,6 +63,16 @@ Status SharedFolders::refuse(std::string_view path) {
   if (path.find('\0') != std::string_view::npos) return Status::invalidArgument("a folder name holds a NUL byte");
   RETURN_IF_ERROR(checkOnePath(plain(absoluteOf(path))));
   return checkOnePath(plain(resolve(path)));
+}
+
+fs::path SharedFolders::absolute(std::string_view path) {
+  std::error_code ec;
+  fs::path p = fs::absolute(fs::path(path), ec);
+  return ec ? fs::path(path) : p;
+}
+
+Status SharedFolders::refusal(const std::string& path, const std::string& why) {
+  return Status::invalidArgument("refusing folder " + path + ": " + why);
 }
 
 }  // namespace velqor

@@ -26,6 +26,10 @@ class SharedFolders {
   static std::string plain(const std::filesystem::path& path);
   // True when `path` is `root` or lies below it (both plain).
   static bool atOrBelow(const std::string& path, const std::string& root);
+  // `path` made absolute against the working folder (as given when that fails).
+  static std::filesystem::path absolute(std::string_view path);
+  // The refusal every folder check gives: "refusing folder PATH: WHY".
+  static Status refusal(const std::string& path, const std::string& why);
 };
 
 }  // namespace velqor

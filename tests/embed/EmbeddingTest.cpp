@@ -74,6 +74,8 @@ struct CaptureCase {
   const char* payloadStart;  // the answer's payload JSON starts with this
 };
 
+void PrintTo(const CaptureCase& c, std::ostream* os) { *os << c.name; }
+
 class Captures : public EmbeddingFixture, public ::testing::WithParamInterface<CaptureCase> {};
 
 TEST_P(Captures, AnswerAsTheUserActed) {
@@ -172,6 +174,8 @@ struct RefusedSetup {
   const char* named;  // the message names this
 };
 
+void PrintTo(const RefusedSetup& c, std::ostream* os) { *os << c.name; }
+
 class SetupRefusals : public EmbeddingFixture, public ::testing::WithParamInterface<RefusedSetup> {};
 
 TEST_P(SetupRefusals, NameTheField) {
@@ -212,6 +216,8 @@ struct HostCallCase {
   bool accepted;
   const char* resultHas;  // accepted: the result contains this; refused: the message does
 };
+
+void PrintTo(const HostCallCase& c, std::ostream* os) { *os << c.name; }
 
 class HostCalls : public EmbeddingFixture, public ::testing::WithParamInterface<HostCallCase> {};
 
