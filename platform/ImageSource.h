@@ -40,6 +40,9 @@ class ImageSource {
   virtual Status checkDecode(int minWidth, int minHeight) const = 0;
   // The source's colour profile as ICC bytes (an RGB profile), or none for sRGB.
   virtual std::shared_ptr<const Bytes> iccProfile() const = 0;
+  // The encoded bytes the pixels come from, for a codec that can re-encode
+  // them without holding a whole decoded bitmap; none when they are not kept.
+  virtual std::shared_ptr<const Bytes> encodedBytes() const { return nullptr; }
 };
 
 }  // namespace velqor

@@ -71,6 +71,12 @@ std::string PlatformImage::sourceTypeName() const {
              : "";
 }
 
+bool PlatformImage::isSourcePermuted() const {
+  if (!source_) return false;
+  const bool swap = swapsAxes(transform_);
+  return (swap ? height_ : width_) == source_->width() && (swap ? width_ : height_) == source_->height();
+}
+
 std::pair<int, int> PlatformImage::decodeRequest() const {
   // Decode at the smallest codec scale that leaves at least 1.5 times what is
   // kept, in the source's own frame: for a 12 MP photo fitted to 1024 that is

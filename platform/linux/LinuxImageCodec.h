@@ -32,6 +32,10 @@ class LinuxImageCodec final : public ImageCodec {
   StatusOr<std::shared_ptr<const ImageSource>> source(std::shared_ptr<const Bytes> bytes) const;
 
  private:
+  // A JPEG source drawn only by permutation, re-encoded from its own bytes
+  // (JpegReencoder); none when no such road takes it.
+  std::optional<Bytes> reencodeJpegSource(const PlatformImage& image, double quality) const;
+
   DecodeLimits limits_;
 };
 

@@ -44,6 +44,7 @@ class PngSource final : public ImageSource {
   int height() const override { return h_; }
   std::string typeName() const override { return "png"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+  std::shared_ptr<const Bytes> encodedBytes() const override { return bytes_; }
   // The header was checked against the limits, and PNG decodes at one size only.
   Status checkDecode(int, int) const override { return Status::okStatus(); }
 
