@@ -14,15 +14,29 @@
 namespace velqor::cli {
 namespace {
 
-std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path) {
+// The image at `path`, pixels not decoded yet; null (with the reason
+// printed) when it is no image. A header that lies is found when the pixels
+// are needed: see explainFailure.
+std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path,
+                                         std::shared_ptr<const Bytes>* kept = nullptr) {
   auto bytes = FileBytes::read(path, 512u << 20);
   if (!bytes.ok()) throw UsageError{bytes.status().message()};
   auto shared = std::make_shared<const Bytes>(std::move(*bytes));
-  if (Status why = codec.probe(*shared); !why.ok()) {
+  if (kept) *kept = shared;
+  auto image = codec.imageWithData(shared);
+  if (!image) std::cerr << "velqor-camera: " << path << ": " << codec.probe(*shared).message() << "\n";
+  return image;
+}
+
+// Why an image that opened could not be encoded: the file's pixels do not
+// decode (the same words as a file that does not open), or the limits.
+void explainFailure(LinuxImageCodec& codec, const std::string& path, const Bytes& bytes, const PlatformImage& image) {
+  if (Status why = codec.probe(bytes); !why.ok()) {
     std::cerr << "velqor-camera: " << path << ": " << why.message() << "\n";
-    return nullptr;
+    return;
   }
-  return codec.imageWithData(shared);
+  Status why = image.checkDecode();
+  std::cerr << "velqor-camera: cannot encode the image" << (why.ok() ? "" : ": " + why.message()) << "\n";
 }
 
 double millisSince(std::chrono::steady_clock::time_point t) {
@@ -38,8 +52,14 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   info->callback([&chosen] {
     chosen.run = [] {
       LinuxImageCodec codec;
-      auto image = openImage(codec, infoPath);
+      std::shared_ptr<const Bytes> bytes;
+      auto image = openImage(codec, infoPath, &bytes);
       if (!image) return kExitFailure;
+      // Facts are printed only about pixels that decode.
+      if (Status why = codec.probe(*bytes); !why.ok()) {
+        std::cerr << "velqor-camera: " << infoPath << ": " << why.message() << "\n";
+        return kExitFailure;
+      }
       nlohmann::ordered_json j;
       j["size"] = {image->size().width, image->size().height};
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
@@ -70,7 +90,8 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
     chosen.run = [] {
       auto start = std::chrono::steady_clock::now();
       LinuxImageCodec codec;
-      auto image = openImage(codec, fitPath);
+      std::shared_ptr<const Bytes> bytes;
+      auto image = openImage(codec, fitPath, &bytes);
       if (!image) return kExitFailure;
       if (fitCorrect) image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
       if (image && fitWidth > 0 && fitHeight > 0) {
@@ -83,8 +104,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) {
-        Status why = image->checkDecode();
-        std::cerr << "velqor-camera: cannot encode the image" << (why.ok() ? "" : ": " + why.message()) << "\n";
+        explainFailure(codec, fitPath, *bytes, *image);
         return kExitFailure;
       }
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) throw UsageError{s.message()};
