@@ -76,7 +76,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
 
   static std::string fitPath, fitOut;
   static double fitWidth = 0, fitHeight = 0;
-  static bool fitCorrect = false, fitPng = false;
+  static bool fitCorrect = false, fitPng = false, fitWhole = false;
   static int fitQuality = 50;
   auto* fit = app.add_subcommand("image-fit", "Correct, fit and encode one image, as a capture would");
   fit->add_option("FILE", fitPath, "The image file")->required();
@@ -85,11 +85,13 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   fit->add_flag("--correct-orientation", fitCorrect, "Turn the stored pixels upright first");
   fit->add_flag("--png", fitPng, "Encode as PNG");
   fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)");
+  fit->add_flag("--whole-bitmap", fitWhole, "Decode the whole bitmap even where a JPEG could be re-encoded without it");
   fit->add_option("-o,--output", fitOut, "Where to write the result")->required();
   fit->callback([&chosen] {
     chosen.run = [] {
       auto start = std::chrono::steady_clock::now();
       LinuxImageCodec codec;
+      codec.setReencodeRoads(!fitWhole);
       std::shared_ptr<const Bytes> bytes;
       auto image = openImage(codec, fitPath, &bytes);
       if (!image) return kExitFailure;

@@ -63,7 +63,8 @@ std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& im
 std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& image, double quality) const {
   // Only the stored pixels, permuted at most, within the limits a full decode
   // would meet: then the answer is the same pixels without the whole bitmap.
-  if (!image.isSourcePermuted() || image.source()->typeName() != "jpeg" || !image.checkDecode().ok())
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg" ||
+      !image.checkDecode().ok())
     return std::nullopt;
   auto bytes = image.source()->encodedBytes();
   if (!bytes) return std::nullopt;
