@@ -1,4 +1,4 @@
-#include "platform/linux/FfmpegMediaExport.h"
+#include "media/FfmpegMediaExport.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
