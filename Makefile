@@ -2,7 +2,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak clean
+.PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak mutants clean docs embed-check package
 
 deps:
 	bash scripts/install-deps.sh
@@ -57,10 +57,30 @@ fuzz-smoke: deps
 	command -v clang++ >/dev/null || apt-get install -y --no-install-recommends clang libclang-rt-14-dev
 	bash scripts/fuzz.sh $(FUZZ_SECONDS)
 
-# 10,000 capture cycles in one process, then the library's crash safety at 1,000 kill points.
+# 10,000 capture cycles in one process, 1,000 data-URL captures through the web
+# host, then the library's crash safety at 1,000 kill points.
 soak: build
 	$(BUILD)/tests/soak 10000
+	$(BUILD)/tests/web_soak 1000
 	VELQOR_CRASH_POINTS=1000 $(BUILD)/tests/velqor_tests --gtest_filter='*KillNine*'
+
+# Every deliberate fault of scripts/mutants.txt must make the suite fail; takes a while.
+mutants: build
+	bash scripts/mutants.sh $(BUILD)
+
+# API documentation from the public headers (installs Doxygen when missing).
+docs:
+	command -v doxygen >/dev/null || apt-get install -y --no-install-recommends doxygen
+	doxygen docs/Doxyfile
+	@echo "API documentation: build/docs/html/index.html"
+
+# Installs into a fresh prefix and builds and runs examples/embed against it.
+embed-check: build
+	bash scripts/embed-check.sh $(BUILD)
+
+# The Debian package: $(BUILD)/velqor-camera_*.deb.
+package: build
+	cd $(BUILD) && cpack -G DEB
 
 serve: build
 	$(BUILD)/velqor-camera serve

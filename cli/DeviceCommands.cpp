@@ -1,39 +1,28 @@
-#include <iostream>
-#include <mutex>
 
 #include "cli/Cli.h"
 #include "cli/DeviceOptions.h"
+#include "cli/TakePictureArguments.h"
 #include "host/ValueJson.h"
 
 namespace velqor::cli {
 namespace {
 
-std::mutex& outputMutex() {
-  static std::mutex m;
-  return m;
-}
-
-void printLine(const std::string& line) {
-  std::lock_guard lock(outputMutex());
-  std::cout << line << std::endl;
-  std::fflush(stdout);
-}
-
 std::unique_ptr<DeviceSession> openSession(const DeviceOptions& options) {
   auto session = DeviceSession::create(options.toConfig());
   if (!session.ok()) throw UsageError{session.status().message()};
   auto& s = **session;
+  if (auto id = options.pickedIdentifier(); id && !s.library().asset(*id).ok())
+    throw UsageError{"--pick: \"" + *id + "\" is neither a file nor an asset of the library " + s.library().directory()};
   s.host().answers()->setListener([](const Answer& a) {
     {
-      std::lock_guard lock(outputMutex());
-      std::cout.flush();
-      a.writeJsonLine(stdout);
+      std::lock_guard lock(Console::resultMutex());
+      a.writeJsonLine(Console::resultStream());
     }
-    if (a.afterFinal) std::cerr << "velqor-camera: command " << a.callbackId << " was answered again after its final answer\n";
+    if (a.afterFinal) Console::error("command " + a.callbackId + " was answered again after its final answer");
   });
   if (options.events)
     s.device().events()->setListener([](const nlohmann::ordered_json& e) {
-      printLine(e.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+      Console::result(e.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     });
   return std::move(*session);
 }
@@ -50,7 +39,7 @@ int runCommand(DeviceSession& s, const std::string& operation, Array args, doubl
     // photo with the metadata it has, as the host may.
     s.host().mainQueue().waitForWork(std::chrono::milliseconds(static_cast<long long>(*locationTimeout * 1000)));
     if (!s.host().answers()->isAnswered(*id)) {
-      std::cerr << "velqor-camera: no location fix after " << *locationTimeout << " s; delivering the photo without one\n";
+      Console::info("no location fix after " + std::to_string(*locationTimeout) + " s; delivering the photo without one");
       s.host().callPlain("imagePickerControllerReturnImageResult");
     }
     result = s.host().runUntilAnswered(*id, timeout);
@@ -58,9 +47,10 @@ int runCommand(DeviceSession& s, const std::string& operation, Array args, doubl
   // Let work started by the answer (an album save, a late second answer) end too.
   s.host().runUntilQuiescent(std::chrono::seconds(10));
   if (result == HostRuntime::RunResult::answered || s.host().answers()->isAnswered(*id)) return kExitOk;
-  std::cerr << "velqor-camera: " << operation << " is still open"
-            << (result == HostRuntime::RunResult::timedOut ? " after the timeout" : "") << ":\n";
-  for (const auto& reason : s.whyOpen()) std::cerr << "  - " << reason << "\n";
+  std::string why = operation + " is still open" +
+                    (result == HostRuntime::RunResult::timedOut ? " after the timeout" : "") + ":";
+  for (const auto& reason : s.whyOpen()) why += "\n  - " + reason;
+  Console::error(why);
   return kExitUnanswered;
 }
 
@@ -76,7 +66,8 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen) {
   static DeviceOptions takeOptions;
   static std::string takeArgs = "[]";
   auto* take = app.add_subcommand("take-picture", "Run one takePicture command against the simulated device");
-  take->add_option("--args", takeArgs, "JSON array of takePicture arguments (default [])");
+  take->add_option("--args", takeArgs, "JSON array of takePicture arguments (default []; table below)");
+  take->footer(kTakePictureArguments);
   takeOptions.addTo(*take, true);
   take->callback([&chosen] {
     chosen.run = [] {
@@ -96,7 +87,7 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen) {
       session->host().callPlain("retryPermission");
       session->host().runUntilQuiescent(std::chrono::milliseconds(static_cast<long long>(retryOptions.timeoutSeconds * 1000)));
       auto waiting = session->device().waitingFor();
-      for (const auto& w : waiting) std::cerr << "velqor-camera: " << w << "\n";
+      for (const auto& w : waiting) Console::error(w);
       return waiting.empty() ? kExitOk : kExitUnanswered;
     };
   });
@@ -110,7 +101,7 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen) {
     chosen.run = [] {
       auto session = openSession(localizeOptions);
       auto text = session->host().callPlain("getLocalizingString:", Value(key));
-      std::cout << (text && text->asString() ? *text->asString() : std::string()) << "\n";
+      Console::result(text && text->asString() ? *text->asString() : std::string());
       return kExitOk;
     };
   });
@@ -124,7 +115,7 @@ void registerDeviceCommands(CLI::App& app, Registration& chosen) {
     chosen.run = [] {
       auto session = openSession(tempOptions);
       auto path = session->host().callPlain("tempFilePath:", Value(extension));
-      std::cout << (path && path->asString() ? *path->asString() : std::string()) << "\n";
+      Console::result(path && path->asString() ? *path->asString() : std::string());
       return kExitOk;
     };
   });

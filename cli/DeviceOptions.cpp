@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 
 namespace velqor::cli {
 namespace {
@@ -57,26 +58,35 @@ LocationFix parseFix(const std::string& text) {
   return fix;
 }
 
+bool given(const CLI::App& app, const std::string& option) {
+  const CLI::Option* o = app.get_option_no_throw(option);
+  return o && o->count() > 0;
+}
+
 }  // namespace
 
 void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
+  app_ = &app;
   app.add_option("--sources", sources_, "Sources the device offers (library, camera, album); default all")
       ->delimiter(',');
   app.add_flag("--no-camera", noCamera_, "The device has no camera");
   app.add_option("--camera-access", cameraAccess_, "notDetermined|restricted|denied|authorized");
   app.add_option("--library-access", libraryAccess_, "notDetermined|restricted|denied|authorized|limited");
-  app.add_option("--camera-answer", cameraAnswer_, "What the user answers when asked for the camera: granted|denied");
+  app.add_option("--camera-answer", cameraAnswer_, "What the user answers when asked for the camera: granted|denied")
+      ->check(CLI::IsMember({"granted", "denied"}));
   app.add_option("--library-answer", libraryAnswer_, "What the user answers when asked for the library (an access state)");
   app.add_flag("--no-view-controller", noViewController_, "The host has no view controller to present on");
   app.add_flag("--no-settings-page", noSettingsPage_, "The settings page address forms no URL");
-  app.add_option("--lang", lang_, "The user's language (default: from LANGUAGE/LC_ALL/LANG)");
+  app.add_option("--lang", lang_, "The user's preferred languages, most preferred first: fr-CA or sv:pt (default: LANGUAGE, then LC_ALL/LC_MESSAGES/LANG)");
   app.add_option("--bundle", bundle_, "The application's Velqor.bundle directory");
   app.add_flag("--no-bundle", noBundle_, "The application ships no Velqor.bundle");
   app.add_option("--temp-dir", tempDir_, "The application's temporary directory");
   app.add_option("--file-url-prefix", fileUrlPrefix_, "Host URL transformer: file:///path becomes PREFIX/path");
   app.add_option("--library", library_, "The photo library directory");
+  app.add_flag("--force", force_, "Use a --temp-dir or --library that holds files this tool did not write");
   if (withUserActions) {
-    app.add_option("--tap", tap_, "Button the user taps on an alert: settings|cancel");
+    app.add_option("--tap", tap_, "Button the user taps on an alert: settings|cancel")
+        ->check(CLI::IsMember({"settings", "cancel"}));
     app.add_flag("--cancel", cancel_, "The user cancels the picker");
     app.add_flag("--events", events, "Print what the user sees as JSON lines");
     app.add_option("--timeout", timeoutSeconds, "Seconds to wait for an answer (default 30)");
@@ -92,7 +102,33 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
   }
 }
 
+void DeviceOptions::refuseMeaninglessCombinations() const {
+  const CLI::App& a = *app_;
+  refuseTogether(a, "--no-bundle", "--bundle", "the application either ships a bundle or not");
+  refuseTogether(a, "--no-camera", "--sources", "--sources already names every source the device offers");
+  if (a.count("--camera-answer") && cameraAccess_ != "notDetermined")
+    throw UsageError{"--camera-answer: the user is asked only when --camera-access is notDetermined"};
+  if (a.count("--library-answer") && libraryAccess_ != "notDetermined")
+    throw UsageError{"--library-answer: the user is asked only when --library-access is notDetermined"};
+  if (given(a, "--edit") && photo_.empty() && pick_.empty())
+    throw UsageError{"--edit: crops what the user takes or picks: give --photo or --pick too"};
+  if (given(a, "--location-timeout") && photo_.empty())
+    throw UsageError{"--location-timeout: only a camera photo waits for a fix: give --photo too"};
+}
+
+std::optional<std::string> DeviceOptions::pickedIdentifier() const {
+  std::error_code ec;
+  if (pick_.empty() || std::filesystem::exists(pick_, ec)) return std::nullopt;
+  return pick_;
+}
+
 DeviceConfig DeviceOptions::toConfig() const {
+  refuseMeaninglessCombinations();
+  if (!photo_.empty()) requireReadableFile("--photo", photo_);
+  if (!video_.empty()) requireReadableFile("--video", video_);
+  if (!pick_.empty() && pick_.find('/') != std::string::npos) requireReadableFile("--pick", pick_);
+  if (!bundle_.empty() && !std::filesystem::is_directory(bundle_))
+    throw UsageError{"--bundle: no such directory \"" + bundle_ + "\""};
   DeviceConfig c;
   if (!sources_.empty()) {
     c.device.availableSources.clear();
@@ -101,8 +137,6 @@ DeviceConfig DeviceOptions::toConfig() const {
   if (noCamera_) c.device.availableSources.erase(SourceType::camera);
   c.device.cameraAccess = accessState(cameraAccess_, false, "--camera-access");
   c.device.libraryAccess = accessState(libraryAccess_, true, "--library-access");
-  if (cameraAnswer_ != "granted" && cameraAnswer_ != "denied")
-    throw UsageError{"--camera-answer: expected granted or denied, got \"" + cameraAnswer_ + "\""};
   c.device.cameraRequestGranted = cameraAnswer_ == "granted";
   c.device.libraryRequestAnswer = accessState(libraryAnswer_, true, "--library-answer");
   c.device.settingsUrlAvailable = !noSettingsPage_;
@@ -121,6 +155,8 @@ DeviceConfig DeviceOptions::toConfig() const {
   if (!fileUrlPrefix_.empty()) c.fileUrlPrefix = fileUrlPrefix_;
   if (timeoutSeconds <= 0) throw UsageError{"--timeout must be positive"};
   c.libraryDirectory = library_;
+  c.checkFolders = true;
+  c.forceFolders = force_;
   const int chosen = !photo_.empty() + !video_.empty() + !pick_.empty() + cancel_;
   if (chosen > 1) throw UsageError{"choose one of --photo, --video, --pick and --cancel"};
   if (!photo_.empty() || !video_.empty() || !pick_.empty()) {

@@ -14,8 +14,11 @@ namespace velqor::cli {
 class DeviceOptions {
  public:
   void addTo(CLI::App& app, bool withUserActions);
-  // Throws UsageError on a value it cannot use.
+  // Throws UsageError on a value it cannot use, an input file that cannot be
+  // read, or options that mean nothing together.
   DeviceConfig toConfig() const;
+  // The library asset the user picks by identifier (not a file), if any.
+  std::optional<std::string> pickedIdentifier() const;
 
   bool events = false;
   double timeoutSeconds = 30;
@@ -25,6 +28,9 @@ class DeviceOptions {
   }
 
  private:
+  void refuseMeaninglessCombinations() const;
+
+  CLI::App* app_ = nullptr;
   std::vector<std::string> sources_;
   bool noCamera_ = false;
   std::string cameraAccess_ = "authorized";
@@ -38,6 +44,7 @@ class DeviceOptions {
   std::string lang_;
   std::string bundle_;
   bool noBundle_ = false;
+  bool force_ = false;
   std::string tempDir_;
   std::string fileUrlPrefix_;
   std::string photo_, video_, pick_, edit_, library_;

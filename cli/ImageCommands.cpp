@@ -1,5 +1,4 @@
 #include <chrono>
-#include <iostream>
 
 #include <nlohmann/json.hpp>
 
@@ -14,29 +13,28 @@
 namespace velqor::cli {
 namespace {
 
-// The image at `path`, pixels not decoded yet; null (with the reason
-// printed) when it is no image. A header that lies is found when the pixels
-// are needed: see explainFailure.
-std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path,
-                                         std::shared_ptr<const Bytes>* kept = nullptr) {
+// The bytes of the image file at `path`, or a usage error saying why not.
+std::shared_ptr<const Bytes> readImageFile(const std::string& path) {
+  requireReadableFile("FILE", path);
   auto bytes = FileBytes::read(path, 512u << 20);
-  if (!bytes.ok()) throw UsageError{bytes.status().message()};
-  auto shared = std::make_shared<const Bytes>(std::move(*bytes));
-  if (kept) *kept = shared;
-  auto image = codec.imageWithData(shared);
-  if (!image) std::cerr << "velqor-camera: " << path << ": " << codec.probe(*shared).message() << "\n";
-  return image;
+  if (!bytes.ok()) throw UsageError{path + ": " + bytes.status().message()};
+  return std::make_shared<const Bytes>(std::move(*bytes));
 }
 
-// Why an image that opened could not be encoded: the file's pixels do not
-// decode (the same words as a file that does not open), or the limits.
-void explainFailure(LinuxImageCodec& codec, const std::string& path, const Bytes& bytes, const PlatformImage& image) {
-  if (Status why = codec.probe(bytes); !why.ok()) {
-    std::cerr << "velqor-camera: " << path << ": " << why.message() << "\n";
-    return;
-  }
+// The image at `path`, its pixels checked to decode first.
+std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path) {
+  auto shared = readImageFile(path);
+  if (Status why = codec.probe(*shared); !why.ok()) throw UsageError{path + ": " + why.message()};
+  return codec.imageWithData(shared);
+}
+
+// Why an image that opened could not be encoded: its pixels do not decode
+// (an input error, in the same words as image-info's), or the limits.
+int explainFailure(LinuxImageCodec& codec, const std::string& path, const Bytes& bytes, const PlatformImage& image) {
+  if (Status why = codec.probe(bytes); !why.ok()) throw UsageError{path + ": " + why.message()};
   Status why = image.checkDecode();
-  std::cerr << "velqor-camera: cannot encode the image" << (why.ok() ? "" : ": " + why.message()) << "\n";
+  Console::error("cannot encode the image" + (why.ok() ? std::string() : ": " + why.message()));
+  return kExitFailure;
 }
 
 double millisSince(std::chrono::steady_clock::time_point t) {
@@ -52,14 +50,8 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   info->callback([&chosen] {
     chosen.run = [] {
       LinuxImageCodec codec;
-      std::shared_ptr<const Bytes> bytes;
-      auto image = openImage(codec, infoPath, &bytes);
-      if (!image) return kExitFailure;
-      // Facts are printed only about pixels that decode.
-      if (Status why = codec.probe(*bytes); !why.ok()) {
-        std::cerr << "velqor-camera: " << infoPath << ": " << why.message() << "\n";
-        return kExitFailure;
-      }
+      auto image = openImage(codec, infoPath);
+      if (!image) throw UsageError{infoPath + ": not an image this tool decodes"};
       nlohmann::ordered_json j;
       j["size"] = {image->size().width, image->size().height};
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
@@ -69,7 +61,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         j["iccProfile"] = {{"description", IccProfileBuilder::description(*icc)}, {"bytes", icc->size()}};
       else
         j["iccProfile"] = nullptr;
-      std::cout << j.dump() << "\n";
+      Console::result(j.dump());
       return kExitOk;
     };
   });
@@ -84,38 +76,44 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   fit->add_option("--height", fitHeight, "Target height")->required();
   fit->add_flag("--correct-orientation", fitCorrect, "Turn the stored pixels upright first");
   fit->add_flag("--png", fitPng, "Encode as PNG");
-  fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)");
+  fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)")->check(CLI::Range(0, 100));
   fit->add_flag("--whole-bitmap", fitWhole, "Decode the whole bitmap even where a JPEG could be re-encoded without it");
   fit->add_option("-o,--output", fitOut, "Where to write the result")->required();
-  fit->callback([&chosen] {
+  fit->callback([&chosen, fit] {
+    refuseTogether(*fit, "--png", "--quality", "PNG is lossless and has no quality");
+    const bool storedSize = fitWidth == 0 && fitHeight == 0;
+    if (!storedSize && (fitWidth <= 0 || fitHeight <= 0))
+      throw UsageError{"--width and --height must be positive, or both 0 for the stored size"};
     chosen.run = [] {
       auto start = std::chrono::steady_clock::now();
       LinuxImageCodec codec;
       codec.setReencodeRoads(!fitWhole);
-      std::shared_ptr<const Bytes> bytes;
-      auto image = openImage(codec, fitPath, &bytes);
-      if (!image) return kExitFailure;
+      // The pixels are decoded once, when encoding; a file whose header
+      // opens but whose pixels do not is explained afterwards.
+      auto bytes = readImageFile(fitPath);
+      auto image = codec.imageWithData(bytes);
+      if (!image) throw UsageError{fitPath + ": " + codec.probe(*bytes).message()};
       if (fitCorrect) image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
       if (image && fitWidth > 0 && fitHeight > 0) {
         auto scaled = ImageGeometry::imageByScalingNotCroppingForSize(*image, {fitWidth, fitHeight});
         if (scaled) image = scaled;
       }
       if (!image) {
-        std::cerr << "velqor-camera: the image could not be drawn\n";
+        Console::error(fitPath + ": the image could not be drawn");
         return kExitFailure;
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
-      if (!encoded) {
-        explainFailure(codec, fitPath, *bytes, *image);
+      if (!encoded) return explainFailure(codec, fitPath, *bytes, *image);
+      if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {
+        Console::error(fitOut + ": " + s.message());
         return kExitFailure;
       }
-      if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) throw UsageError{s.message()};
       nlohmann::ordered_json j;
       j["output"] = fitOut;
       j["size"] = {image->storedWidth(), image->storedHeight()};
       j["bytes"] = encoded->size();
       j["milliseconds"] = millisSince(start);
-      std::cout << j.dump() << "\n";
+      Console::result(j.dump());
       return kExitOk;
     };
   });

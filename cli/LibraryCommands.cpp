@@ -1,4 +1,3 @@
-#include <iostream>
 
 #include <nlohmann/json.hpp>
 
@@ -34,13 +33,15 @@ void registerLibraryCommands(CLI::App& app, Registration& chosen) {
   library->add_option("--library", dir, "The photo library directory");
   library->require_subcommand(1);
 
+  // The library's own option also after its subcommand: `library list --library DIR`.
+  library->fallthrough();
   auto* list = library->add_subcommand("list", "Print one JSON object per asset");
   list->callback([&chosen] {
     chosen.run = [] {
       auto lib = openLibrary(dir);
       auto rows = lib->list();
       if (!rows.ok()) throw UsageError{rows.status().message()};
-      for (const auto& r : *rows) std::cout << describe(r).dump() << "\n";
+      for (const auto& r : *rows) Console::result(describe(r).dump());
       return kExitOk;
     };
   });
@@ -48,9 +49,10 @@ void registerLibraryCommands(CLI::App& app, Registration& chosen) {
   add->add_option("FILE", file, "The photo or movie")->required();
   add->callback([&chosen] {
     chosen.run = [] {
+      requireReadableFile("FILE", file);
       auto record = openLibrary(dir)->importFile(file);
       if (!record.ok()) throw UsageError{record.status().message()};
-      std::cout << describe(*record).dump() << "\n";
+      Console::result(describe(*record).dump());
       return kExitOk;
     };
   });
@@ -64,7 +66,10 @@ void registerLibraryCommands(CLI::App& app, Registration& chosen) {
       if (!asset.ok()) throw UsageError{asset.status().message()};
       auto bytes = FileBytes::read((*asset)->filePath(), 1ull << 34);
       if (!bytes.ok()) throw UsageError{bytes.status().message()};
-      if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) throw UsageError{s.message()};
+      if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) {
+        Console::error(out + ": " + s.message());
+        return kExitFailure;
+      }
       return kExitOk;
     };
   });

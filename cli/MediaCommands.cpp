@@ -1,4 +1,3 @@
-#include <iostream>
 
 #include <nlohmann/json.hpp>
 
@@ -6,6 +5,7 @@
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
 #include "platform/linux/ImageMetadata.h"
+#include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
@@ -18,14 +18,14 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
   metadata->add_option("FILE", metadataPath, "The image file")->required();
   metadata->callback([&chosen] {
     chosen.run = [] {
+      requireReadableFile("FILE", metadataPath);
       auto bytes = FileBytes::read(metadataPath, 512u << 20);
-      if (!bytes.ok()) throw UsageError{bytes.status().message()};
+      if (!bytes.ok()) throw UsageError{metadataPath + ": " + bytes.status().message()};
+      // Only images carry the metadata this prints; a movie or any other file is refused, not shown as {}.
+      if (Status why = LinuxImageCodec().probe(*bytes); !why.ok()) throw UsageError{metadataPath + ": " + why.message()};
       auto dict = ImageMetadata::read(*bytes);
-      if (!dict.ok()) {
-        std::cerr << "velqor-camera: " << metadataPath << ": " << dict.status().message() << "\n";
-        return kExitFailure;
-      }
-      std::cout << dictionaryToJson(*dict).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+      if (!dict.ok()) throw UsageError{metadataPath + ": " + dict.status().message()};
+      Console::result(dictionaryToJson(*dict).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
       return kExitOk;
     };
   });
@@ -45,31 +45,46 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
   sample->add_option("--orientation", orientation, "EXIF orientation tag (default 6)");
   sample->add_option("--quality", quality, "JPEG quality (default 93)");
   sample->add_option("-o,--output", out, "Where to write it")->required();
+  static MovieSpec recording;
+  sample->add_option("--rotation", recording.rotation, "Movie: clockwise turn of its display matrix (0, 90, 180, 270)")
+      ->check(CLI::IsMember({0, 90, 180, 270}));
+  sample->add_option("--creation-time", recording.creationTime, "Movie: when it was recorded, 2024-03-05T14:07:31.000000Z");
+  sample->add_option("--location", recording.location, "Movie: where it was recorded, ISO 6709 (+48.8584+002.2945+035.000/)");
+  sample->add_option("--video-codec", recording.videoCodec, "Movie: h264 or hevc (hvc1)")->check(CLI::IsMember({"h264", "hevc"}));
   sample->callback([&chosen, sample] {
+    if (kind != "movie")
+      for (const char* movieOnly : {"--seconds", "--noise"})
+        if (sample->count(movieOnly)) throw UsageError{std::string(movieOnly) + " is for KIND movie only"};
+    if (kind != "camera-jpeg")
+      for (const char* jpegOnly : {"--orientation", "--quality"})
+        if (sample->count(jpegOnly)) throw UsageError{std::string(jpegOnly) + " is for KIND camera-jpeg only"};
     chosen.run = [sample] {
       if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > 100'000'000)
         throw UsageError{"--width and --height must be positive and at most 100 megapixels together"};
       if (kind == "movie") {
-        MovieSpec shape;
+        MovieSpec shape = recording;
         shape.seconds = seconds;
         shape.noise = noise;
         if (sample->count("--width")) shape.width = width;
         if (sample->count("--height")) shape.height = height;
         if (Status s = SampleMovies::make(out, shape); !s.ok()) {
-          std::cerr << "velqor-camera: " << s.message() << "\n";
+          Console::error(s.message());
           return kExitFailure;
         }
-        std::cout << out << "\n";
+        Console::result(out);
         return kExitOk;
       }
       StatusOr<Bytes> bytes = kind == "png" ? PngCodec::encode(SampleImages::scene(width, height))
                                             : SampleImages::cameraJpeg(width, height, orientation, quality);
       if (!bytes.ok()) {
-        std::cerr << "velqor-camera: " << bytes.status().message() << "\n";
+        Console::error(bytes.status().message());
         return kExitFailure;
       }
-      if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) throw UsageError{s.message()};
-      std::cout << out << "\n";
+      if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) {
+        Console::error(out + ": " + s.message());
+        return kExitFailure;
+      }
+      Console::result(out);
       return kExitOk;
     };
   });

@@ -1,6 +1,5 @@
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 
 #include "cli/Cli.h"
 #include "session/DemoReport.h"
@@ -13,27 +12,31 @@ namespace {
 
 void printResult(const ScenarioResult& r, bool verbose) {
   if (verbose) {
-    for (const auto& e : r.events) std::cout << e.dump() << "\n";
-    for (const auto& a : r.answers) std::cout << a.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).substr(0, 400) << "\n";
-    for (const auto& o : r.open) std::cout << "open: " << o << "\n";
+    for (const auto& e : r.events) Console::result(e.dump());
+    for (const auto& a : r.answers)
+      Console::result(a.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).substr(0, 400));
+    for (const auto& o : r.open) Console::result("open: " + o);
   }
-  std::cout << (r.passed ? "PASS " : "FAIL ") << r.name << " (" << r.answers.size() << " answers, " << r.open.size()
-            << " open, " << r.outputs.size() << " files)\n";
-  for (const auto& d : r.differences) std::cout << "  - " << d << "\n";
+  Console::result(std::string(r.passed ? "PASS " : "FAIL ") + r.name + " (" + std::to_string(r.answers.size()) +
+                  " answers, " + std::to_string(r.open.size()) + " open, " + std::to_string(r.outputs.size()) +
+                  " files)");
+  for (const auto& d : r.differences) Console::result("  - " + d);
 }
 
 }  // namespace
 
 void registerScenarioCommands(CLI::App& app, Registration& chosen) {
   static std::string file, work = "build/scenario-runs";
-  static bool quiet = false;
+  static bool quiet = false, force = false;
   auto* run = app.add_subcommand("run", "Replay a scenario file and check its expectations");
   run->add_option("SCENARIO", file, "The scenario JSON file")->required();
   run->add_option("--work", work, "Where runs keep their files (default build/scenario-runs)");
   run->add_flag("--quiet", quiet, "Print only the verdict");
+  run->add_flag("--force", force, "Empty a run folder that holds files this tool did not write");
   run->callback([&chosen] {
     chosen.run = [] {
-      auto result = ScenarioRunner::run(file, work);
+      requireReadableFile("SCENARIO", file);
+      auto result = ScenarioRunner::run(file, work, force);
       if (!result.ok()) throw UsageError{result.status().message()};
       printResult(*result, !quiet);
       return result->passed ? kExitOk : kExitFailure;
@@ -63,7 +66,7 @@ void registerScenarioCommands(CLI::App& app, Registration& chosen) {
       }
       auto report = DemoReport::write(results, out);
       if (!report.ok()) throw UsageError{report.status().message()};
-      std::cout << "report: " << *report << "\n";
+      Console::result("report: " + *report);
       return allPassed ? kExitOk : kExitFailure;
     };
   });

@@ -5,6 +5,8 @@
 
 #include "cli/Cli.h"
 #include "cli/DeviceOptions.h"
+#include "files/UploadsFolder.h"
+#include "session/ShippedData.h"
 #include "web/WebServer.h"
 
 namespace velqor::cli {
@@ -14,30 +16,8 @@ std::atomic<bool> stopRequested{false};
 
 void requestStop(int) { stopRequested = true; }
 
-// The page shipped beside the executable, as the bundle is.
-std::string shippedPage() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return ec ? std::string() : (exe.parent_path() / "page").string();
-}
-
-// A private directory for the files the user chooses in the page; removed on exit.
-class UploadDirectory {
- public:
-  UploadDirectory() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/velqor-serve-XXXXXX";
-    if (::mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~UploadDirectory() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+// The page installed with the program, found as the strings bundle is.
+std::string shippedPage() { return ShippedData::find("page").value_or(std::string()); }
 
 }  // namespace
 
@@ -52,6 +32,9 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
   serve->callback([&chosen] {
     chosen.run = [] {
       if (web.pageDirectory.empty()) web.pageDirectory = shippedPage();
+      auto uploads = UploadsFolder::create(UploadsFolder::defaultBase());
+      if (!uploads.ok()) throw UsageError{uploads.status().message()};
+      web.uploadsDirectory = (*uploads)->path();
       WebServer server(web);
       auto port = server.bind();
       if (!port.ok()) throw UsageError{port.status().message()};
@@ -59,19 +42,18 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       if (!config.fileUrlPrefix) config.fileUrlPrefix = server.origin() + "/files";
       auto session = DeviceSession::create(config);
       if (!session.ok()) throw UsageError{session.status().message()};
-      UploadDirectory uploads;
-      if (uploads.path().empty()) throw UsageError{"cannot create a directory for the page's files"};
       auto& s = **session;
       // A page may run for days: keep the recent answers and events, not all of them.
       s.host().answers()->setRetention(256);
+      s.host().answers()->setRetentionBytes(size_t{64} << 20);
       s.device().events()->setRetention(1024);
-      WebBridge bridge(s, uploads.path());
+      WebBridge bridge(s, (*uploads)->path());
       const std::string tmp = s.services().temporaryDirectory->path();
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
       std::signal(SIGINT, requestStop);
       std::signal(SIGTERM, requestStop);
-      std::cout << "velqor-camera: serving " << server.origin() << "/ (temporary directory " << tmp << ", library "
-                << s.library().directory() << "); Ctrl-C stops" << std::endl;
+      Console::result("velqor-camera: serving " + server.origin() + "/ (temporary directory " + tmp + ", library " +
+                      s.library().directory() + "); Ctrl-C stops");
       auto& main = s.host().mainQueue();
       while (!stopRequested) {
         main.waitForWork(std::chrono::milliseconds(100));
@@ -79,7 +61,7 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       }
       server.stop();
       s.host().runUntilQuiescent(std::chrono::seconds(5));
-      std::cout << "velqor-camera: stopped" << std::endl;
+      Console::info("stopped");
       return kExitOk;
     };
   });

@@ -1,10 +1,10 @@
-#include <iostream>
 #include <memory>
 
 #include <nlohmann/json.hpp>
 
 #include "capture/PictureOptions.h"
 #include "cli/Cli.h"
+#include "cli/TakePictureArguments.h"
 #include "host/CallBackManager.h"
 #include "host/ValueJson.h"
 #include "plugin/Version.h"
@@ -54,11 +54,12 @@ nlohmann::ordered_json optionsToJson(const PictureOptions& o) {
 void registerSpineCommands(CLI::App& app, Registration& chosen) {
   static std::string optionsArgs;
   auto* options = app.add_subcommand("options", "Parse a takePicture argument list and print the options");
-  options->add_option("--args", optionsArgs, "JSON array of takePicture arguments")->required();
+  options->add_option("--args", optionsArgs, "JSON array of takePicture arguments (table below)")->required();
+  options->footer(kTakePictureArguments);
   options->callback([&chosen] {
     chosen.run = [] {
       auto o = parseOptions(parseArgsOrThrow(optionsArgs));
-      std::cout << optionsToJson(*o).dump() << "\n";
+      Console::result(optionsToJson(*o).dump());
       return kExitOk;
     };
   });
@@ -70,7 +71,7 @@ void registerSpineCommands(CLI::App& app, Registration& chosen) {
   geo->callback([&chosen] {
     chosen.run = [] {
       if (!geoArgs.empty()) parseOptions(parseArgsOrThrow(geoArgs));
-      std::cout << (PictureOptions::useLocationService.load() ? "true" : "false") << "\n";
+      Console::result(PictureOptions::useLocationService.load() ? "true" : "false");
       return kExitOk;
     };
   });
@@ -78,7 +79,7 @@ void registerSpineCommands(CLI::App& app, Registration& chosen) {
   auto* version = app.add_subcommand("version", "Print the library's version string");
   version->callback([&chosen] {
     chosen.run = [] {
-      std::cout << VelqorCameraVersionString << "\n";
+      Console::result(VelqorCameraVersionString);
       return kExitOk;
     };
   });

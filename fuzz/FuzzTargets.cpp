@@ -9,6 +9,7 @@
 #include "session/ScenarioRunner.h"
 #include "host/CallBackManager.h"
 #include "host/FileBytes.h"
+#include "host/JsonReader.h"
 #include "host/ValueJson.h"
 #include "platform/ExportSession.h"
 #include "platform/StringsFile.h"
@@ -84,7 +85,22 @@ Seeds movieSeeds() {
   return s;
 }
 
+Seeds jsonSeeds() {
+  return {{"deep-array.json", std::string(64, '[') + std::string(64, ']')},
+          {"too-deep.json", std::string(65, '[') + std::string(65, ']')},
+          {"deep-object.json", "{\"a\":{\"b\":{\"c\":[1,{\"d\":\"[[[\"}]}}}"},
+          {"escapes.json", "[\"\\\"[\", \"\\u005b\", 1e308, -0.0, null]"}};
+}
+
 }  // namespace
+
+int jsonReaders(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  if (auto parsed = JsonReader::parse(text, "input"); parsed.ok())
+    (void)valueToJson(valueFromJson(*parsed)).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  if (auto args = argumentsFromJson(text); args.ok()) (void)valueToJson(Value(*args)).dump();
+  return 0;
+}
 
 int takePictureArguments(const std::uint8_t* data, std::size_t size) {
   auto args = argumentsFromJson(std::string_view(reinterpret_cast<const char*>(data), size));
@@ -153,7 +169,9 @@ const std::vector<Target>& targets() {
                                        {"image_metadata", imageMetadata, imageSeeds},
                                        {"strings_file", stringsFile, stringsSeeds},
                                        {"scenario_file", scenarioFile, scenarioSeeds},
-                                       {"movie_export", movieExport, movieSeeds}};
+                                       {"movie_export", movieExport, movieSeeds},
+                                       {"json_readers", jsonReaders, jsonSeeds},
+                                       {"http_request", httpRequest, httpSeeds}};
   return all;
 }
 

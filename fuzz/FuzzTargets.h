@@ -34,6 +34,13 @@ int scenarioFile(const std::uint8_t* data, std::size_t size);
 // A movie given to the MP4 export.
 int movieExport(const std::uint8_t* data, std::size_t size);
 
+// JSON text through every reader with limits (arguments, bodies), then
+// converted and printed as the host and the web host do.
+int jsonReaders(const std::uint8_t* data, std::size_t size);
+// The bytes of one HTTP connection, through the web host's request handling.
+int httpRequest(const std::uint8_t* data, std::size_t size);
+std::vector<std::pair<std::string, std::string>> httpSeeds();
+
 const std::vector<Target>& targets();
 const Target* targetNamed(const std::string& name);
 

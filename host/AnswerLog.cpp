@@ -10,11 +10,11 @@ void AnswerLog::record(Answer answer) {
     if (!answer.keepCallback) finished_.insert(answer.callbackId);
     ++counts_[answer.callbackId];
     if (answer.afterFinal) doubled_.push_back(answer);
+    const size_t bytes = retentionBytes_ == SIZE_MAX ? 0 : answer.toJson().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).size();
     answers_.push_back(answer);
-    while (answers_.size() > retention_) {
-      answers_.pop_front();
-      ++dropped_;
-    }
+    sizes_.push_back(bytes);
+    keptBytes_ += bytes;
+    while (answers_.size() > retention_ || (answers_.size() > 1 && keptBytes_ > retentionBytes_)) dropOldest();
     listener = listener_;
   }
   if (listener) listener(answer);
@@ -28,10 +28,25 @@ void AnswerLog::setListener(Listener listener) {
 void AnswerLog::setRetention(size_t keep) {
   std::lock_guard lock(mutex_);
   retention_ = keep;
-  while (answers_.size() > retention_) {
-    answers_.pop_front();
-    ++dropped_;
+  while (answers_.size() > retention_) dropOldest();
+}
+
+void AnswerLog::setRetentionBytes(size_t bytes) {
+  std::lock_guard lock(mutex_);
+  retentionBytes_ = bytes;
+  keptBytes_ = 0;
+  for (size_t i = 0; i < answers_.size(); ++i) {
+    sizes_[i] = answers_[i].toJson().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).size();
+    keptBytes_ += sizes_[i];
   }
+  while (answers_.size() > 1 && keptBytes_ > retentionBytes_) dropOldest();
+}
+
+void AnswerLog::dropOldest() {
+  keptBytes_ -= sizes_.front();
+  sizes_.pop_front();
+  answers_.pop_front();
+  ++dropped_;
 }
 
 std::vector<Answer> AnswerLog::answers() const {

@@ -28,6 +28,9 @@ class AnswerLog {
   // leave their count per command and, when they came after a final answer,
   // their record. Unlimited by default.
   void setRetention(size_t keep);
+  // Also keeps the kept answers' JSON within `bytes` in all (the newest one
+  // is always kept): a data-URL answer weighs megabytes.
+  void setRetentionBytes(size_t bytes);
 
   // The answers kept, in arrival order.
   std::vector<Answer> answers() const;
@@ -47,6 +50,10 @@ class AnswerLog {
   std::deque<Answer> answers_;
   size_t dropped_ = 0;
   size_t retention_ = SIZE_MAX;
+  size_t retentionBytes_ = SIZE_MAX;
+  size_t keptBytes_ = 0;
+  std::deque<size_t> sizes_;  // JSON size of each kept answer
+  void dropOldest();
   std::set<std::string> finished_;
   std::unordered_map<std::string, size_t> counts_;
   std::vector<Answer> doubled_;

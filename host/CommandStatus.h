@@ -1,23 +1,4 @@
 #pragma once
 
-#include <optional>
-#include <string_view>
-
-namespace velqor {
-
-// The error statuses the plug-in answers with. OK is the host's success status
-// and never passed by the plug-in as an error.
-enum class CommandStatus {
-  OK,
-  INVALID_PARAM,
-  NO_PERMISSION,
-  OBJECT_REFERENCE_FAILED,
-  FAIL_TAKE_PICTURE,
-  UNABLE_FILE_WRITE,
-  UNABLE_FILE_REMOVE,
-};
-
-std::string_view commandStatusName(CommandStatus status);
-std::optional<CommandStatus> commandStatusFromName(std::string_view name);
-
-}  // namespace velqor
+// The public header is the one definition; this path stays for the code inside the project.
+#include "velqor/CommandStatus.h"

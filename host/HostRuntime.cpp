@@ -14,6 +14,12 @@ void HostRuntime::addActivitySource(ActivitySource source) { sources_.push_back(
 
 bool HostRuntime::hasOperation(const std::string& name) const { return operations_.count(name) > 0; }
 
+std::vector<std::string> HostRuntime::operationNames() const {
+  std::vector<std::string> names;
+  for (const auto& entry : operations_) names.push_back(entry.first);
+  return names;
+}
+
 std::optional<std::string> HostRuntime::callCommand(const std::string& name, Array arguments) {
   auto it = operations_.find(name);
   if (it == operations_.end()) return std::nullopt;

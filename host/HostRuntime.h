@@ -41,6 +41,8 @@ class HostRuntime {
   std::optional<Value> callPlain(const std::string& name, Value argument = Value());
 
   bool hasOperation(const std::string& name) const;
+  // The names of every operation, sorted.
+  std::vector<std::string> operationNames() const;
 
   enum class RunResult { answered, quiescent, timedOut };
   // Runs the main queue until the command is answered, nothing anywhere can

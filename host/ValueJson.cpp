@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "host/Base64.h"
+#include "host/JsonReader.h"
 
 namespace velqor {
 
@@ -46,8 +47,8 @@ Value valueFromJson(const nlohmann::json& json) {
 }
 
 StatusOr<Array> argumentsFromJson(std::string_view text) {
-  auto json = nlohmann::json::parse(text, nullptr, false);
-  if (json.is_discarded()) return Status::invalidArgument("arguments are not valid JSON");
+  // Argument lists are small; a data URL of a large photo is the biggest thing one carries.
+  ASSIGN_OR_RETURN(nlohmann::json json, JsonReader::parse(text, "arguments", {.maxBytes = size_t{64} << 20}));
   if (!json.is_array()) return Status::invalidArgument("arguments must be a JSON array");
   Array args;
   for (const auto& e : json) args.push_back(valueFromJson(e));

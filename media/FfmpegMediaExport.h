@@ -7,15 +7,15 @@
 
 namespace velqor {
 
-// Media export on FFmpeg's libavformat: packets are copied into an MP4 without
-// re-encoding, for the asked time range, with the index moved to the front
-// when network use is optimised. Inputs are opened with the MOV/MP4 demuxer
-// forced and only the file protocol allowed, so a file that merely claims to
-// be a movie never makes it read anything else. A stream an MP4 cannot carry
-// fails the export with a clear description. The output is written under a
-// temporary name in the output's directory and renamed into place, without
-// replacing anything, only when complete; a failed or cancelled export leaves
-// nothing at the output URL.
+// Media export on FFmpeg's libavformat: each session copies its movie's
+// packets into an MP4 without re-encoding, for the asked time range, with the
+// index moved to the front when network use is optimised (MovieRemux: the
+// safe demuxer, the temporary file renamed into place without replacing
+// anything, nothing left at the output after a failure or a cancel). What the
+// copy keeps besides the media (sample entry tags, display matrix, languages,
+// handler names, timed-metadata tracks, creation time, place, other keys,
+// chapters) is decided by MovieTracks and MovieMetadata; a track an MP4
+// cannot carry fails the export with a description of that track.
 //
 // Threads: each export runs on a thread of its own; see ExportSession.
 class FfmpegMediaExport final : public MediaExport {

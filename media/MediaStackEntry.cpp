@@ -22,7 +22,7 @@ class FfmpegHeifStack final : public MediaStack {
   std::optional<Bitmap> firstFrame(const std::string& path, int side) override {
     return MovieFrames::firstFrame(path, side);
   }
-  std::optional<MovieTracks> movieTracks(const std::string& path) override { return MovieProbe::read(path); }
+  std::optional<MovieSummary> movieSummary(const std::string& path) override { return MovieProbe::read(path); }
 };
 
 }  // namespace

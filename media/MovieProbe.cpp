@@ -17,8 +17,8 @@ using FormatContext = std::unique_ptr<AVFormatContext, FormatContextCloser>;
 
 }  // namespace
 
-std::optional<MovieTracks> MovieProbe::read(const std::string& path) {
-  MovieTracks facts;
+std::optional<MovieSummary> MovieProbe::read(const std::string& path) {
+  MovieSummary facts;
   av_log_set_level(AV_LOG_QUIET);
   AVFormatContext* raw = nullptr;
   if (avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, nullptr) < 0) return std::nullopt;

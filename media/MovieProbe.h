@@ -14,7 +14,7 @@ namespace velqor {
 class MovieProbe {
  public:
   // None when FFmpeg reads no movie there.
-  static std::optional<MovieTracks> read(const std::string& path);
+  static std::optional<MovieSummary> read(const std::string& path);
 };
 
 }  // namespace velqor

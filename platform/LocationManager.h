@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Value.h"
+
 namespace velqor {
 
 // One position fix.
@@ -30,14 +32,17 @@ class LocationManagerDelegate {
 };
 
 // A location manager: accuracy, a weakly held delegate, an authorization
-// request by operation name, start and stop, and its current fix.
+// request by operation name, start and stop, and its current fix. A manager
+// that nobody holds any more receives no further fixes. It is a platform
+// object, so the host can read and write the plug-in's `locationManager`
+// property as a value.
 //
 // Threads: any; the delegate is called on the service's delivery thread.
-class LocationManager : public std::enable_shared_from_this<LocationManager> {
+class LocationManager : public PlatformObject, public std::enable_shared_from_this<LocationManager> {
  public:
   static constexpr double kAccuracyNearestTenMeters = 10.0;
 
-  virtual ~LocationManager() = default;
+  std::string kindName() const override { return "locationManager"; }
   virtual void setDesiredAccuracy(double metres) = 0;
   virtual void setDelegate(const std::shared_ptr<LocationManagerDelegate>& delegate) = 0;
   // Performs the named operation after `delay` seconds on the calling

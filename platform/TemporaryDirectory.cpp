@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/SharedFolders.h"
+
 namespace velqor {
 namespace fs = std::filesystem;
 
@@ -19,12 +21,6 @@ fs::path normalized(const std::string& path) {
   return s;
 }
 
-bool sameFile(const fs::path& a, const fs::path& b) {
-  std::error_code ec;
-  if (fs::exists(a, ec) && fs::exists(b, ec)) return fs::equivalent(a, b, ec);
-  return normalized(a.string()) == normalized(b.string());
-}
-
 }  // namespace
 
 std::string TemporaryDirectory::defaultPath() {
@@ -37,21 +33,9 @@ std::string TemporaryDirectory::defaultPath() {
 
 Status TemporaryDirectory::validate(const std::string& path) {
   if (path.empty()) return Status::invalidArgument("the temporary directory is empty");
-  fs::path p = normalized(path);
-  static const char* kShared[] = {"/", "/tmp", "/var/tmp", "/dev/shm", "/var", "/usr", "/etc",
-                                  "/bin", "/sbin", "/lib", "/lib64", "/boot", "/dev", "/proc",
-                                  "/sys", "/run", "/opt", "/srv", "/home", "/root", "/mnt",
-                                  "/media"};
-  for (const char* shared : kShared) {
-    if (sameFile(p, shared))
-      return Status::invalidArgument("refusing temporary directory " + p.string() +
-                                     ": it is a shared system directory and cleanup deletes "
-                                     "every entry in it");
-  }
-  const char* home = std::getenv("HOME");
-  if (home && *home && sameFile(p, home))
-    return Status::invalidArgument("refusing temporary directory " + p.string() +
-                                   ": it is the home directory and cleanup deletes every entry in it");
+  Status refused = SharedFolders::refuse(path);
+  if (!refused.ok())
+    return Status::invalidArgument(refused.message() + "; cleanup deletes every entry of the temporary directory");
   return Status::okStatus();
 }
 

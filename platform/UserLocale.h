@@ -1,20 +1,26 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace velqor {
 
-// The user's language, formatting locale and time zone as the device reports
+// The user's languages, formatting locale and time zone as the device reports
 // them. Empty fields mean "the process default" (ICU's reading of TZ and the
 // locale variables).
 struct UserLocale {
-  std::string language;   // for the strings tables: "en", "fr", "pt-BR"
+  // For the strings tables, most preferred first: "pt-BR", "fr", "en".
+  std::vector<std::string> preferredLanguages;
   std::string icuLocale;  // for date formatting: "en_US", "ar_EG"
   std::string timeZone;   // an Olson id such as "Europe/Paris"
 
-  // Reads LANGUAGE, LC_ALL, LC_MESSAGES and LANG, in that order, the way
-  // gettext does; "C" and "POSIX" count as English.
+  // Reads the preferred languages the way gettext does: every entry of the
+  // LANGUAGE list in order, then the first of LC_ALL, LC_MESSAGES and LANG
+  // that is set. "C" and "POSIX" count as English; repeats are dropped.
   static UserLocale fromEnvironment();
+  // "sv:fr_CA.UTF-8:pt" (colons or commas between entries) as language tags:
+  // {"sv", "fr-CA", "pt"}.
+  static std::vector<std::string> languageList(const std::string& text);
 };
 
 }  // namespace velqor

@@ -5,9 +5,16 @@
 #include "plugin/CameraOperations.h"
 #include "files/TempFiles.h"
 #include "files/UrlTransformer.h"
+#include "host/VLog.h"
 #include "platform/linux/DefaultPlatform.h"
+#include "results/Geolocation.h"
 
 namespace velqor {
+namespace {
+
+const char* const kNotALocationManager = "locationManager: only a location manager or none can be stored; the value was refused";
+
+}  // namespace
 
 VelqorCameraPlugin::VelqorCameraPlugin() : VelqorCameraPlugin(DefaultPlatform::services()) {}
 
@@ -34,6 +41,12 @@ std::string VelqorCameraPlugin::getLocalizingString(const std::string& key) {
 
 void VelqorCameraPlugin::imagePickerControllerReturnImageResult() {
   core_->ops().imagePickerControllerReturnImageResult();
+}
+
+std::shared_ptr<LocationManager> VelqorCameraPlugin::locationManager() { return core_->ops().locationManager(); }
+
+void VelqorCameraPlugin::setLocationManager(std::shared_ptr<LocationManager> manager) {
+  Geolocation::setLocationManager(*core_, std::move(manager));
 }
 
 void VelqorCameraPlugin::cleanup(std::shared_ptr<CallBackManager> cb) {
@@ -69,6 +82,19 @@ HostOperationTable VelqorCameraPlugin::operations() {
   table["imagePickerControllerReturnImageResult"] = [core](const HostCall&) -> Value {
     core->ops().imagePickerControllerReturnImageResult();
     return Value();
+  };
+  table["locationManager"] = [core](const HostCall&) -> Value {
+    return Value(std::shared_ptr<PlatformObject>(core->ops().locationManager()));
+  };
+  table["setLocationManager:"] = [core](const HostCall& call) -> Value {
+    auto manager = call.argument.asObject<LocationManager>();
+    if (!manager && !call.argument.isNull()) {
+      // The property holds a location manager or nothing; anything else is refused and changes nothing.
+      VLog::error("", kNotALocationManager, kPluginSourceFile, __LINE__, "setLocationManager(_:)");
+      return Value(false);
+    }
+    Geolocation::setLocationManager(*core, std::move(manager));
+    return Value(true);
   };
   table["cleanup:"] = [core](const HostCall& call) -> Value {
     if (call.callback) TempFiles::cleanup(*core, *call.callback);

@@ -37,6 +37,13 @@ class VelqorCameraPlugin : public VelqorPlugin {
   std::string tempFilePath(const std::string& extension);
   std::string getLocalizingString(const std::string& key);
   void imagePickerControllerReturnImageResult();
+  // The `locationManager` property: made on first read; the write stores the
+  // given manager or none. The host reads it as "locationManager" (a platform
+  // object, or null without a location service) and writes it as
+  // "setLocationManager:" with a manager or null, which answers true; any
+  // other value is refused with an error log line and answers false.
+  std::shared_ptr<LocationManager> locationManager();
+  void setLocationManager(std::shared_ptr<LocationManager> manager);
 
   const std::shared_ptr<PluginCore>& core() const { return core_; }
 

@@ -1,9 +1,4 @@
 #pragma once
 
-namespace velqor {
-
-// The library's exported version data.
-extern const char VelqorCameraVersionString[];
-extern const double VelqorCameraVersionNumber;
-
-}  // namespace velqor
+// The public header is the one definition; this path stays for the code inside the project.
+#include "velqor/Version.h"

@@ -37,6 +37,10 @@ std::shared_ptr<LocationManager> Geolocation::locationManager(PluginCore& core,
   return manager;
 }
 
+void Geolocation::setLocationManager(PluginCore& core, std::shared_ptr<LocationManager> manager) {
+  core._locationManager.store(std::move(manager));
+}
+
 Dictionary Geolocation::gpsDictionary(const std::optional<LocationFix>& fix) {
   Dictionary gps;
   double latitude = fix ? fix->latitude : 0;

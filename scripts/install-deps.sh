@@ -13,6 +13,7 @@ packages=(
   libsqlite3-dev libicu-dev liburiparser-dev
   libgps-dev gpsd gpsd-clients python3-gps
   nlohmann-json3-dev libcli11-dev libspdlog-dev libfmt-dev libcpp-httplib-dev
+  libmicrohttpd-dev libre2-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

@@ -4,29 +4,31 @@
 
 #include <filesystem>
 
+#include "files/FolderPolicy.h"
 #include "host/FileUrlPrefix.h"
 #include "platform/linux/LinuxImageCodec.h"
+#include "session/ShippedData.h"
 
 namespace velqor {
 
-std::optional<std::string> DeviceSession::shippedBundle() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return std::nullopt;
-  auto bundle = exe.parent_path() / "Velqor.bundle";
-  if (std::filesystem::is_directory(bundle, ec)) return bundle.string();
-  return std::nullopt;
-}
+std::optional<std::string> DeviceSession::shippedBundle() { return ShippedData::find("Velqor.bundle"); }
 
 StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig config) {
   std::unique_ptr<DeviceSession> s(new DeviceSession());
   std::string tmpPath = config.temporaryDirectory.empty() ? TemporaryDirectory::defaultPath()
                                                           : config.temporaryDirectory;
+  std::string libraryPath =
+      config.libraryDirectory.empty() ? SqlitePhotoLibrary::defaultPath() : config.libraryDirectory;
+  if (config.checkFolders) {
+    const FolderOwnership owned = FolderOwnership::atDefaultPlace();
+    ASSIGN_OR_RETURN(ResolvedFolder checkedTmp, FolderPolicy::temporaryFolder(tmpPath, owned, config.forceFolders));
+    ASSIGN_OR_RETURN(ResolvedFolder checkedLibrary,
+                     FolderPolicy::libraryFolder(libraryPath, checkedTmp, owned, config.forceFolders));
+    tmpPath = checkedTmp.path;
+    libraryPath = checkedLibrary.path;
+  }
   ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
-
-  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(config.libraryDirectory.empty()
-                                                              ? SqlitePhotoLibrary::defaultPath()
-                                                              : config.libraryDirectory));
+  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(libraryPath));
   s->export_ = std::make_shared<LazyMediaExport>();
   s->main_ = std::make_shared<ManualExecutor>("main");
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");
@@ -55,7 +57,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.completionMonitor = s->watchdog_;
   p.clock = std::make_shared<SystemClock>();
   p.locale = UserLocale::fromEnvironment();
-  if (!config.language.empty()) p.locale.language = config.language;
+  if (!config.language.empty()) p.locale.preferredLanguages = UserLocale::languageList(config.language);
   s->device_->installInto(p);
   p.locationService = s->location_;
   if (config.gpsd) {

@@ -27,7 +27,8 @@ struct DeviceConfig {
   bool viewController = true;
   // Empty: the default private directory.
   std::string temporaryDirectory;
-  // Empty: from the locale variables.
+  // The user's preferred languages, "sv:fr" (colons or commas between them);
+  // empty: from the locale variables.
   std::string language;
   std::optional<std::string> fileUrlPrefix;
   // Empty: the default library beside the temporary directory.
@@ -38,6 +39,12 @@ struct DeviceConfig {
   std::vector<LocationFix> locationFixes;
   // "HOST:PORT" of a gpsd daemon to take real fixes from instead.
   std::optional<std::string> gpsd;
+  // Tools that take folder names from a user (the CLI, the web host) set
+  // this: the temporary and library folders then go through FolderPolicy,
+  // with the record of the folders this tool made at its default place.
+  bool checkFolders = false;
+  // Accept an existing, non-empty folder this tool did not make.
+  bool forceFolders = false;
 };
 
 // One host process's worth of runtime: the main queue, the worker pool, a
@@ -68,7 +75,7 @@ class DeviceSession {
   // The same, one line each with the command-line options that act.
   std::vector<std::string> whyOpen() const;
 
-  // The bundle shipped beside the executable, if any.
+  // The strings bundle installed with the program (see ShippedData), if any.
   static std::optional<std::string> shippedBundle();
 
  private:

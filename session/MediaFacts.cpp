@@ -32,7 +32,7 @@ std::string formatOfImage(const Bytes& b) {
 bool readMovie(const std::string& path, MediaFacts& facts) {
   auto stack = MediaModule::stack();
   if (!stack.ok()) return false;
-  auto movie = (*stack)->movieTracks(path);
+  auto movie = (*stack)->movieSummary(path);
   if (!movie) return false;
   facts.width = movie->width;
   facts.height = movie->height;

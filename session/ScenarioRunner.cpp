@@ -4,12 +4,15 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 #include "capture/PictureOptions.h"
 #include "session/DeviceSession.h"
+#include "session/ScenarioImages.h"
 #include "host/FileBytes.h"
+#include "host/JsonReader.h"
 #include "host/ValueJson.h"
+#include "files/FolderPolicy.h"
+#include "session/PatternMatcher.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
@@ -21,6 +24,8 @@ namespace fs = std::filesystem;
 using json = nlohmann::json;
 
 namespace {
+
+constexpr size_t kMaxScenarioBytes = size_t{4} << 20;
 
 StatusOr<std::int64_t> accessState(const json& v, const std::string& key) {
   const auto& kStates = accessStateNames();
@@ -96,6 +101,7 @@ StatusOr<DeviceConfig> deviceConfig(const json& scenario, const std::map<std::st
   const json d = scenario.value("device", json::object());
   if (d.contains("sources")) {
     c.device.availableSources.clear();
+    if (!d["sources"].is_array()) return Status::invalidArgument("device.sources: expected an array");
     const std::map<std::string, std::int64_t> kSources{{"library", SourceType::photoLibrary},
                                                        {"camera", SourceType::camera},
                                                        {"album", SourceType::savedPhotosAlbum}};
@@ -157,8 +163,16 @@ bool matches(const json& expected, const json& actual, const std::string& where,
     if (op == "prefix") ok = s.rfind(arg.get<std::string>(), 0) == 0;
     else if (op == "suffix") ok = s.size() >= arg.get<std::string>().size() && s.compare(s.size() - arg.get<std::string>().size(), std::string::npos, arg.get<std::string>()) == 0;
     else if (op == "contains") ok = s.find(arg.get<std::string>()) != std::string::npos;
-    else if (op == "regex") ok = std::regex_search(s, std::regex(arg.get<std::string>()));
-    else ok = false;
+    else if (op == "regex") {
+      auto found = PatternMatcher::search(arg.get<std::string>(), s);
+      if (!found.ok()) {
+        diffs.push_back(where + ": " + found.status().message());
+        return false;
+      }
+      ok = *found;
+    } else {
+      ok = false;
+    }
     if (!ok) diffs.push_back(where + ": expected " + op + " " + arg.dump() + ", got " + actual.dump().substr(0, 200));
     return ok;
   }
@@ -219,10 +233,18 @@ json optionsOf(const Array& args) {
 }  // namespace
 
 StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std::string& workDirectory) {
-  std::ifstream in(file);
-  if (!in) return Status::notFound("cannot open scenario " + file);
-  json scenario = json::parse(in, nullptr, false);
-  if (scenario.is_discarded() || !scenario.is_object()) return Status::invalidArgument(file + ": not a JSON object");
+  return run(file, workDirectory, false);
+}
+
+StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std::string& workDirectory, bool force) {
+  auto bytes = FileBytes::read(file, kMaxScenarioBytes);
+  if (!bytes.ok()) return Status::invalidArgument("cannot read scenario " + file + ": " + bytes.status().message());
+  auto parsed = JsonReader::parse(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()), file,
+                                  {.maxBytes = kMaxScenarioBytes, .maxDepth = 64});
+  if (!parsed.ok() && parsed.status().code() == Status::Code::resourceExhausted)
+    return Status::invalidArgument(parsed.status().message());
+  if (!parsed.ok() || !parsed->is_object()) return Status::invalidArgument(file + ": not a JSON object");
+  json scenario = std::move(*parsed);
   ScenarioResult result;
   if (!scenario.value("name", json("")).is_string() || !scenario.value("description", json("")).is_string())
     return Status::invalidArgument(file + ": name and description must be strings");
@@ -231,13 +253,20 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
   for (auto [key, field] : {std::pair{"device", &result.device}, std::pair{"user", &result.user}})
     if (scenario.contains(key) && scenario[key].is_object()) *field = scenario[key];
   if (scenario.contains("location") && scenario["location"].is_array()) result.location = scenario["location"];
-  const std::string work = workDirectory + "/" + fs::path(file).stem().string();
+  // The run folder is named after the file and lives strictly inside the
+  // work folder; the record of the runs this tool made sits beside them.
+  ASSIGN_OR_RETURN(ResolvedFolder workFolder, FolderPolicy::workFolder(workDirectory));
+  const FolderOwnership runsMade(workFolder.path + "/.velqor-runs");
+  auto runFolder = FolderPolicy::runFolder(workFolder, fs::path(file).stem().string(), runsMade, force);
+  if (!runFolder.ok()) return Status::invalidArgument(file + ": " + runFolder.status().message());
+  const std::string work = runFolder->path;
   std::error_code ec;
-  fs::remove_all(work, ec);
   fs::create_directories(work + "/inputs", ec);
+  std::string where = "inputs";
   std::map<std::string, std::string> names;
   try {
     RETURN_IF_ERROR(makeInputs(scenario.value("inputs", json()), work + "/inputs", names, result));
+    where = "device, user or location";
     ASSIGN_OR_RETURN(DeviceConfig config, deviceConfig(scenario, names, fs::path(file).parent_path().string(), work));
     ASSIGN_OR_RETURN(auto session, DeviceSession::create(std::move(config)));
     session->device().events()->setListener([&](const nlohmann::ordered_json& e) { result.events.push_back(e); });
@@ -252,6 +281,7 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
     std::vector<std::pair<std::string, std::string>> commands;
     int n = 0;
     for (const auto& step : scenario.value("steps", json::array())) {
+      where = "steps[" + std::to_string(n) + "]";
       const std::string call = step.value("call", "");
       const std::string label = step.value("label", call + std::to_string(++n));
       auto start = std::chrono::steady_clock::now();
@@ -292,6 +322,7 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
       result.outputs.push_back(it->path().string());
     std::sort(result.outputs.begin(), result.outputs.end());
 
+    where = "expect";
     const json expect = scenario.value("expect", json::object());
     if (expect.contains("answers")) {
       const auto& want = expect["answers"];
@@ -312,10 +343,11 @@ StatusOr<ScenarioResult> ScenarioRunner::run(const std::string& file, const std:
       for (const auto& o : result.outputs) produced.push_back(fs::path(o).extension().string());
       matches(expect["outputs"], produced, "outputs", result.differences);
     }
+    if (expect.contains("images")) ScenarioImages::check(expect["images"], result.outputs, names, result.differences);
     if (!result.watchdog.empty()) result.differences.push_back("watchdog: " + result.watchdog.front());
   } catch (const std::exception& e) {
-    // A value of the wrong type or out of range anywhere in the file.
-    return Status::invalidArgument(file + ": " + e.what());
+    // A field of the wrong type or shape: say which part of which file.
+    return Status::invalidArgument(file + ": " + where + ": " + e.what());
   }
   result.passed = result.differences.empty();
   return result;

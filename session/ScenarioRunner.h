@@ -48,16 +48,23 @@ struct ScenarioResult {
 //     "expect": {"answers": [{"command": "first", "status": "OK",
 //                             "payload": {"callbackURI": {"prefix": "file://"}}}],
 //                "events": ["pickerPresented", "pickerFinished", "pickerDismissed"],
-//                "open": ["first"]}
+//                "open": ["first"],
+//                "images": [{"width": 768, "height": 1024, "sameAs": {"input": "photo"}}]}
 //   }
 //
 // In expectations a string may be matched by {"prefix"}, {"suffix"},
-// {"contains"} or {"regex"}; an object matches when every key it names matches.
+// {"contains"} or {"regex"} (RE2 syntax, see PatternMatcher); an object matches when every key it names matches.
+// "images" checks the pixels of the pictures left in the temporary directory
+// (see ScenarioImages).
 class ScenarioRunner {
  public:
-  // Runs in `workDirectory`/<file stem>/ (emptied first). A scenario that
-  // cannot be read or set up is an error; a mismatch is a failed result.
+  // Runs in `workDirectory`/<file stem>/, which FolderPolicy checks and
+  // empties first: a run folder this tool did not make is refused unless
+  // `force`. A scenario that cannot be read or set up is an error naming the
+  // file and the field; a mismatch is a failed result. Files past 4 MiB or
+  // nested more than 64 deep are refused.
   static StatusOr<ScenarioResult> run(const std::string& file, const std::string& workDirectory);
+  static StatusOr<ScenarioResult> run(const std::string& file, const std::string& workDirectory, bool force);
   // The same, with a scenario that cannot be run turned into a failed result
   // that says why, so one bad file never stops a run of many.
   static ScenarioResult runOrExplain(const std::string& file, const std::string& workDirectory);

@@ -91,6 +91,27 @@ INSTANTIATE_TEST_SUITE_P(
         JsonCase{"largeBytes", Value(Bytes(300000, 0xAB)), nlohmann::json{{"bytes", base64Encode(Bytes(300000, 0xAB))}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
+struct Base64Case {
+  const char* bytes;
+  const char* text;
+};
+void PrintTo(const Base64Case& c, std::ostream* os) { *os << '"' << c.bytes << '"'; }
+
+class Base64Text : public ::testing::TestWithParam<Base64Case> {};
+
+// The standard vectors: every remainder of the length by three, padded with "=".
+TEST_P(Base64Text, EncodesWithPaddingAndDecodesBack) {
+  const std::string bytes = GetParam().bytes;
+  const std::span<const std::uint8_t> span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  EXPECT_EQ(base64Encode(span, "data:image/png;base64,"), std::string("data:image/png;base64,") + GetParam().text);
+  EXPECT_EQ(base64Decode(GetParam().text), bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Vectors, Base64Text,
+                         ::testing::Values(Base64Case{"", ""}, Base64Case{"f", "Zg=="}, Base64Case{"fo", "Zm8="},
+                                           Base64Case{"foo", "Zm9v"}, Base64Case{"foob", "Zm9vYg=="},
+                                           Base64Case{"fooba", "Zm9vYmE="}, Base64Case{"foobar", "Zm9vYmFy"}));
+
 TEST(AnswerJsonForms, MessageAndEmptyPayloads) {
   auto log = std::make_shared<AnswerLog>();
   auto cmd = std::make_shared<VelqorCommand>("c", "cleanup", Array{});

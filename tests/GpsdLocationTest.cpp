@@ -1,16 +1,23 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <fstream>
+#include <random>
 
 #include "host/FileBytes.h"
+#include "host/UniqueFd.h"
 #include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/ImageMetadata.h"
 #include "results/Geolocation.h"
-
-#include <fcntl.h>
 #include "tests/MediaHarness.h"
 
 extern char** environ;
@@ -37,9 +44,72 @@ std::string nmeaLog() {
   return log;
 }
 
+// A port for a private gpsd: below the range the kernel hands out to outgoing
+// connections (so no client socket takes it meanwhile), free now, and kept
+// from the other test processes by a lock held for the test's lifetime.
+// Returns the lock's descriptor, or -1 when no port could be had.
+int reservePort(std::string& port) {
+  std::mt19937 rng(std::random_device{}());
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    const int candidate = 20000 + static_cast<int>(rng() % 10000);
+    const std::string lockPath = "/tmp/velqor-gpsd-port-" + std::to_string(candidate) + ".lock";
+    int lock = ::open(lockPath.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    if (lock < 0) continue;
+    if (::flock(lock, LOCK_EX | LOCK_NB) != 0) {
+      ::close(lock);
+      continue;
+    }
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = htons(static_cast<std::uint16_t>(candidate));
+    const bool free = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    if (fd >= 0) ::close(fd);
+    if (free) {
+      port = std::to_string(candidate);
+      return lock;
+    }
+    ::close(lock);
+  }
+  return -1;
+}
+
+// True once a client watching gpsd on `port` hears a position, before `deadline`.
+bool hearsAFix(const std::string& port, std::chrono::steady_clock::time_point deadline) {
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+  while (std::chrono::steady_clock::now() < deadline) {
+    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.valid() || ::connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      continue;
+    }
+    const std::string watch = "?WATCH={\"enable\":true,\"json\":true};\n";
+    if (::write(fd.get(), watch.data(), watch.size()) != static_cast<ssize_t>(watch.size())) continue;
+    std::string heard;
+    char buffer[4096];
+    while (std::chrono::steady_clock::now() < deadline) {
+      pollfd p{fd.get(), POLLIN, 0};
+      if (::poll(&p, 1, 200) <= 0) continue;
+      const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
+      if (n <= 0) break;
+      heard.append(buffer, static_cast<size_t>(n));
+      if (heard.find("\"class\":\"TPV\"") != std::string::npos && heard.find("\"lat\":") != std::string::npos)
+        return true;
+    }
+  }
+  return false;
+}
+
+// Generous: a loaded machine may take many seconds to start gpsd and feed it.
+constexpr auto kDeadline = std::chrono::seconds(60);
+
 // gpsd's replay tool feeding the log to a private gpsd on a port of its own,
 // over and over, so a client that connects late on a loaded machine still
-// hears fixes.
+// hears fixes. Each test starts once a client of that gpsd has heard a fix.
 class GpsdReplay : public testing::MediaHarness {
  protected:
   void SetUp() override {
@@ -48,8 +118,20 @@ class GpsdReplay : public testing::MediaHarness {
       GTEST_SKIP() << "gpsd or gpsfake is not installed (scripts/install-deps.sh installs them); skipping the "
                       "gpsd-backed location tests";
     std::ofstream(dir_.path("fix.nmea")) << nmeaLog();
-    port_ = std::to_string(29500 + ::getpid() % 400);
-    std::string timeout = "/usr/bin/timeout", seconds = "60", fake = "/usr/bin/gpsfake", quiet = "-q",
+    // gpsfake hands its device to gpsd through a control socket and gives up
+    // silently when gpsd is not yet accepting there: such a gpsd never reads
+    // the log. A replay that stays silent is started again.
+    for (int attempt = 1; attempt <= 3; ++attempt) {
+      if (startReplay() && hearsAFix(port_, std::chrono::steady_clock::now() + std::chrono::seconds(10))) return;
+      stopReplay();
+    }
+    FAIL() << "gpsd never reported a fix from the replayed log";
+  }
+
+  bool startReplay() {
+    portLock_ = reservePort(port_);
+    if (portLock_ < 0) return false;
+    std::string timeout = "/usr/bin/timeout", seconds = "600", fake = "/usr/bin/gpsfake", quiet = "-q",
                 cycle = "-c", cycleValue = "0.05", portFlag = "-P", log = dir_.path("fix.nmea");
     char* argv[] = {timeout.data(), seconds.data(), fake.data(), quiet.data(), cycle.data(),
                     cycleValue.data(), portFlag.data(), port_.data(), log.data(), nullptr};
@@ -57,15 +139,33 @@ class GpsdReplay : public testing::MediaHarness {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    ASSERT_EQ(posix_spawn(&replay_, timeout.c_str(), &actions, nullptr, argv, environ), 0);
+    // gpsfake names that control socket after its own process id in $TMPDIR;
+    // a private one keeps sockets left by earlier runs out of its way.
+    std::filesystem::create_directories(dir_.path("gpsfake"));
+    std::vector<std::string> env{"TMPDIR=" + dir_.path("gpsfake")};
+    for (char** e = environ; *e; ++e)
+      if (std::string(*e).rfind("TMPDIR=", 0) != 0) env.emplace_back(*e);
+    std::vector<char*> envp;
+    for (auto& e : env) envp.push_back(e.data());
+    envp.push_back(nullptr);
+    const bool spawned = posix_spawn(&replay_, timeout.c_str(), &actions, nullptr, argv, envp.data()) == 0;
     posix_spawn_file_actions_destroy(&actions);
-    std::this_thread::sleep_for(std::chrono::seconds(2));  // gpsd comes up
+    if (!spawned) replay_ = -1;
+    return spawned;
   }
-  void TearDown() override {
+
+  void stopReplay() {
     if (replay_ > 0) {
       ::kill(replay_, SIGTERM);
       ::waitpid(replay_, nullptr, 0);
+      replay_ = -1;
     }
+    if (portLock_ >= 0) ::close(portLock_);
+    portLock_ = -1;
+  }
+
+  void TearDown() override {
+    stopReplay();
     MediaHarness::TearDown();
   }
   void customize(PlatformServices& s) override {
@@ -77,6 +177,7 @@ class GpsdReplay : public testing::MediaHarness {
   }
 
   std::string port_;
+  int portLock_ = -1;
   pid_t replay_ = -1;
   std::shared_ptr<GpsdLocationService> gpsd_;
 };
@@ -101,7 +202,7 @@ TEST_F(GpsdReplay, DeliversTheRecordedFixOffTheCallersThread) {
   manager->setDelegate(recorder);
   manager->startUpdatingLocation();
   std::unique_lock lock(recorder->mutex);
-  ASSERT_TRUE(recorder->cv.wait_for(lock, std::chrono::seconds(15), [&] { return !recorder->received.empty(); }))
+  ASSERT_TRUE(recorder->cv.wait_for(lock, kDeadline, [&] { return !recorder->received.empty(); }))
       << "no fix from gpsd";
   const LocationFix fix = recorder->received.front();
   lock.unlock();
@@ -121,7 +222,8 @@ TEST_F(GpsdReplay, ACameraPhotoIsAnsweredWithTheGpsdFix) {
   choice.file = writeCameraJpeg();
   userChooses(choice);
   takePicture("[50, 1, 1, null, null, 0, 0, false, false, false, null, false, true]");
-  for (int i = 0; i < 300 && answersFor().empty(); ++i) {
+  const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+  while (answersFor().empty() && std::chrono::steady_clock::now() < deadline) {
     runAll();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }

@@ -109,7 +109,8 @@ Bytes jpegClaiming(int width, int height) {
 Bytes cmykJpeg() {
   Bitmap cmyk(16, 16, 4);
   for (size_t k = 0; k < cmyk.pixels.size(); k += 4) {
-    cmyk.pixels[k] = 255, cmyk.pixels[k + 1] = 0, cmyk.pixels[k + 2] = 0, cmyk.pixels[k + 3] = 255;
+    // Stored inverted, as Adobe writes them: 255 is no ink.
+    cmyk.pixels[k] = 200, cmyk.pixels[k + 1] = 100, cmyk.pixels[k + 2] = 50, cmyk.pixels[k + 3] = 128;
   }
   tjhandle h = tjInitCompress();
   unsigned char* out = nullptr;
@@ -200,11 +201,14 @@ INSTANTIATE_TEST_SUITE_P(
                     }, true, ""}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(CmykJpeg, ComesOutAsRgb) {
+TEST(CmykJpeg, ComesOutAsTheRgbItsInksMake) {
   LinuxImageCodec codec;
   auto bitmap = codec.imageWithData(shared(cmykJpeg()))->cgImage();
   ASSERT_TRUE(bitmap);
-  EXPECT_EQ(bitmap->channels, 3);
+  ASSERT_EQ(bitmap->channels, 3);
+  // Each channel is the inverted ink times the inverted black: 200 x 128 / 255 ...
+  for (auto [x, y] : {std::pair{0, 0}, std::pair{15, 15}, std::pair{7, 9}})
+    EXPECT_TRUE(near(pixel(*bitmap, x, y), Rgb{100, 50, 25}, 3)) << pixel(*bitmap, x, y);
 }
 
 struct GpsCase {

@@ -17,9 +17,10 @@ struct ImageCase {
   const char* name;
   const char* args;
   enum Source { camera, pick } source;
-  enum Expect { dataJpeg, dataPng, file, nativeNew, nativeReference, empty, deferred } expect;
+  enum Expect { dataJpeg, dataPng, file, fileUrlValue, nativeNew, nativeReference, empty, deferred } expect;
   const char* extension;  // of the file written, or "" for none
   int newAssets;
+  bool saveFlag;  // as the save step logs it
 };
 void PrintTo(const ImageCase& c, std::ostream* os) { *os << c.name; }
 
@@ -45,8 +46,11 @@ TEST_P(ImageDestinations, AnswerFilesAndLibraryRows) {
   runAllMedia();
 
   auto answers = answersFor();
+  EXPECT_THAT(log_->debugLines(), ::testing::Contains(std::string("saveToPhotoAlbum ") + (c.saveFlag ? "true" : "false")));
   if (c.expect == ImageCase::deferred) {
     EXPECT_TRUE(answers.empty());
+    EXPECT_EQ(location_->startedManagers(), 0);
+    EXPECT_NE(core().pickerController.load(), nullptr);
     return;
   }
   ASSERT_EQ(answers.size(), 1u);
@@ -59,7 +63,10 @@ TEST_P(ImageDestinations, AnswerFilesAndLibraryRows) {
       EXPECT_EQ(uri->asString()->find('\n'), std::string::npos);
       break;
     case ImageCase::dataPng: EXPECT_THAT(*uri->asString(), StartsWith("data:image/png;base64,\x69VBORw0KGgo")); break;
-    case ImageCase::file: {
+    case ImageCase::file:
+    case ImageCase::fileUrlValue: {
+      // Text, except for a library picture with location: a URL value.
+      ASSERT_TRUE(c.expect == ImageCase::file ? uri->asString() != nullptr : uri->asUrl() != nullptr);
       std::string path = uri->asString() ? *uri->asString() : uri->asUrl()->path();
       EXPECT_THAT(path, StartsWith(dir_.path("tmp/velqor_photo_")));
       EXPECT_THAT(path, ::testing::EndsWith(std::string(".") + c.extension));
@@ -83,7 +90,10 @@ TEST_P(ImageDestinations, AnswerFilesAndLibraryRows) {
       EXPECT_THAT(*uri->asString(), StartsWith("assets-library://asset/asset.JPG?id="));
       EXPECT_THAT(*uri->asString(), HasSubstr("&ext=JPG"));
       break;
-    case ImageCase::empty: EXPECT_TRUE(payload.empty()); break;
+    case ImageCase::empty:  // a success with an empty dictionary, not without one
+      ASSERT_TRUE(std::holds_alternative<Dictionary>(answers[0].payload));
+      EXPECT_TRUE(payload.empty());
+      break;
     case ImageCase::deferred: break;
   }
   EXPECT_EQ(library_->list()->size() - assetsBefore, static_cast<size_t>(c.newAssets));
@@ -92,24 +102,79 @@ TEST_P(ImageDestinations, AnswerFilesAndLibraryRows) {
 INSTANTIATE_TEST_SUITE_P(
     Table, ImageDestinations,
     ::testing::Values(
-        ImageCase{"dataUrlJpeg", "[50, 0, 1]", ImageCase::camera, ImageCase::dataJpeg, "", 0},
-        ImageCase{"dataUrlPng", "[50, 0, 1, null, null, 1]", ImageCase::camera, ImageCase::dataPng, "", 0},
-        ImageCase{"dataUrlNoEncoding", "[50, 0, 1, null, null, 7]", ImageCase::camera, ImageCase::empty, "", 0},
-        ImageCase{"fileJpeg", "[50, 1, 1]", ImageCase::camera, ImageCase::file, "jpg", 0},
-        ImageCase{"filePng", "[50, 1, 1, null, null, 1]", ImageCase::camera, ImageCase::file, "png", 0},
+        ImageCase{"dataUrlJpeg", "[50, 0, 1]", ImageCase::camera, ImageCase::dataJpeg, "", 0, false},
+        ImageCase{"dataUrlPng", "[50, 0, 1, null, null, 1]", ImageCase::camera, ImageCase::dataPng, "", 0, false},
+        ImageCase{"dataUrlNoEncoding", "[50, 0, 1, null, null, 7]", ImageCase::camera, ImageCase::empty, "", 0, false},
+        ImageCase{"fileJpeg", "[50, 1, 1]", ImageCase::camera, ImageCase::file, "jpg", 0, false},
+        ImageCase{"filePng", "[50, 1, 1, null, null, 1]", ImageCase::camera, ImageCase::file, "png", 0, false},
         ImageCase{"fileScaledCorrected", "[50, 1, 1, 32, 32, 0, 0, false, true]", ImageCase::camera,
-                  ImageCase::file, "jpg", 0},
+                  ImageCase::file, "jpg", 0, false},
         ImageCase{"fileSaved", "[50, 1, 1, null, null, 0, 0, false, false, true]", ImageCase::camera,
-                  ImageCase::file, "jpg", 1},
-        ImageCase{"nativeDefaults", "[]", ImageCase::camera, ImageCase::nativeNew, "JPG", 1},
-        ImageCase{"nativePng", "[50, 2, 1, null, null, 1]", ImageCase::camera, ImageCase::nativeNew, "PNG", 1},
+                  ImageCase::file, "jpg", 1, true},
+        ImageCase{"nativeDefaults", "[]", ImageCase::camera, ImageCase::nativeNew, "JPG", 1, false},
+        ImageCase{"nativePng", "[50, 2, 1, null, null, 1]", ImageCase::camera, ImageCase::nativeNew, "PNG", 1, false},
         ImageCase{"nativeSavedTwice", "[50, 2, 1, null, null, 0, 0, false, false, true]", ImageCase::camera,
-                  ImageCase::nativeNew, "JPG", 2},
+                  ImageCase::nativeNew, "JPG", 2, true},
+        // Already in the library: the save flag is cleared, so nothing is saved and the log says false.
         ImageCase{"nativePickAnswersReference", "[50, 2, 0, null, null, 0, 0, false, false, true]", ImageCase::pick,
-                  ImageCase::nativeReference, "", 0},
+                  ImageCase::nativeReference, "", 0, false},
         ImageCase{"filePickWithLocation", "[50, 1, 0, null, null, 0, 0, false, false, false, null, false, true]",
-                  ImageCase::pick, ImageCase::file, "jpg", 0},
-        ImageCase{"noDestination", "[50, 9, 1]", ImageCase::camera, ImageCase::empty, "", 0}),
+                  ImageCase::pick, ImageCase::fileUrlValue, "jpg", 0, false},
+        // PNG starts no location request, yet a camera picture with location requested waits all the same.
+        ImageCase{"filePngCameraWithLocation", "[50, 1, 1, null, null, 1, 0, false, false, false, null, false, true]",
+                  ImageCase::camera, ImageCase::deferred, "", 0, false},
+        ImageCase{"noDestination", "[50, 9, 1, null, null, 0, 0, false, false, true]", ImageCase::camera,
+                  ImageCase::empty, "", 0, true}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct WriteFailure {
+  const char* name;
+  const char* temporaryDirectory;  // inside the test's directory
+  bool removedBeforeTheWrite;
+  const char* message;
+  size_t filesLeft;
+};
+void PrintTo(const WriteFailure& c, std::ostream* os) { *os << c.name; }
+
+class ImageFileFailures : public MediaHarness, public ::testing::WithParamInterface<WriteFailure> {
+ protected:
+  void customize(PlatformServices& s) override {
+    MediaHarness::customize(s);
+    auto tmp = TemporaryDirectory::open(dir_.path(temporaryDirectory_));
+    ASSERT_TRUE(tmp.ok()) << tmp.status();
+    s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*tmp);
+  }
+  std::string temporaryDirectory_ = "tmp";
+};
+
+TEST_P(ImageFileFailures, AnswerUnableFileWriteWithTheirText) {
+  const auto& c = GetParam();
+  temporaryDirectory_ = c.temporaryDirectory;
+  build(SimDeviceState{});
+  SimPickerChoice choice;
+  choice.file = writeCameraJpeg();
+  userChooses(choice);
+  const std::string tmp = dir_.path(c.temporaryDirectory);
+  if (c.removedBeforeTheWrite) std::filesystem::remove_all(tmp);
+  takePicture("[50, 1, 1]");
+  runAllMedia();
+  auto answers = answersFor();
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_EQ(answers[0].status, CommandStatus::UNABLE_FILE_WRITE);
+  EXPECT_EQ(payloadOf(answers[0]), (Dictionary{{"errorMsg", Value(c.message)}}));
+  size_t files = 0;
+  std::error_code ec;
+  for (auto it = std::filesystem::directory_iterator(tmp, ec); !ec && it != std::filesystem::directory_iterator();
+       it.increment(ec))
+    files += it->path().filename().string().rfind("velqor_photo_", 0) == 0;
+  EXPECT_EQ(files, c.filesLeft);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Writes, ImageFileFailures,
+    ::testing::Values(WriteFailure{"temporaryDirectoryGone", "tmp", true, "Fail write image file", 0},
+                      // A space cannot stand in a URL: the file is written, then no URL names it.
+                      WriteFailure{"pathIsNoUrl", "tmp dir", false, "Invalid image path", 1}),
     [](const auto& info) { return std::string(info.param.name); });
 
 class CameraPhotoWithLocation : public MediaHarness {};
@@ -190,12 +255,10 @@ TEST_F(CameraPhotoWithLocation, NativeDestinationWaitsAndIsNeverAnswered) {
   EXPECT_TRUE(answersFor().empty());
   EXPECT_EQ(location_->startedManagers(), 0);
   EXPECT_NE(core().pickerController.load(), nullptr);
-  // The host delivers it: the native destination sends nothing, and the state is cleared.
+  // The host delivers it: the native destination sends nothing, and the capture is over.
   plugin_->imagePickerControllerReturnImageResult();
   EXPECT_TRUE(answersFor().empty());
   EXPECT_EQ(core().pickerController.load(), nullptr);
-  plugin_->imagePickerControllerReturnImageResult();
-  EXPECT_TRUE(answersFor().empty());
 }
 
 TEST_F(CameraPhotoWithLocation, WithoutAFixTheHostCanDeliverItWithItsExifAlone) {
@@ -212,6 +275,9 @@ TEST_F(CameraPhotoWithLocation, WithoutAFixTheHostCanDeliverItWithItsExifAlone) 
   auto metadata = ImageMetadata::read(*bytes);
   EXPECT_TRUE(find(*metadata, "{Exif}"));
   EXPECT_FALSE(find(*metadata, "{GPS}"));
+  // A second delivery finds the capture over: nothing more is sent.
+  plugin_->imagePickerControllerReturnImageResult();
+  EXPECT_EQ(answersFor().size(), 1u);
 }
 
 TEST_F(CameraPhotoWithLocation, LibraryPickWithLocationAnswersAtOnce) {
@@ -227,6 +293,13 @@ TEST_F(CameraPhotoWithLocation, LibraryPickWithLocationAnswersAtOnce) {
   EXPECT_EQ(location_->startedManagers(), 0);
   EXPECT_TRUE(core().data.load());  // the library picture's bytes, kept for a later re-encode
   EXPECT_FALSE(core().metadata.load());
+  // The location request outlives the answer until a command asks otherwise.
+  EXPECT_TRUE(plugin_->usesGeolocation());
+  EXPECT_EQ(ops_.at("usesGeolocation")(HostCall{}), Value(true));
+  takePicture("[50, 0, 0]", "without");
+  runAllMedia();
+  ASSERT_EQ(answersFor("without").size(), 1u);
+  EXPECT_FALSE(plugin_->usesGeolocation());
 }
 
 }  // namespace

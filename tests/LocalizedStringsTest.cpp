@@ -61,7 +61,7 @@ class Localization : public PluginHarness {
     language_ = language;
     build(s);
   }
-  void customize(PlatformServices& s) override { s.locale.language = language_; }
+  void customize(PlatformServices& s) override { s.locale.preferredLanguages = {language_}; }
   std::string language_ = "en";
 };
 
@@ -76,23 +76,50 @@ TEST_F(Localization, ShippedBundleHasEveryKeyInEveryLanguage) {
   }
 }
 
-TEST_F(Localization, PicksTheUsersLanguageWithEnglishAsFallback) {
-  useBundle(shippedBundle(), "fr-CA");
-  EXPECT_EQ(plugin_->getLocalizingString("CANCEL"), "Annuler");
-  useBundle(shippedBundle(), "es");
-  EXPECT_EQ(plugin_->getLocalizingString("SETTINGS"), "Ajustes");
-  useBundle(shippedBundle(), "ja");
-  EXPECT_EQ(plugin_->getLocalizingString("CANCEL"), "Cancel");
+enum class BundleKind { shipped, frenchWithoutSettings, none, notThere };
+
+struct LookupCase {
+  const char* name;
+  BundleKind bundle;
+  const char* language;
+  const char* key;
+  const char* expected;
+};
+void PrintTo(const LookupCase& c, std::ostream* os) { *os << c.name; }
+
+class Lookup : public Localization, public ::testing::WithParamInterface<LookupCase> {};
+
+TEST_P(Lookup, GivesTheTextTheUserSees) {
+  const auto& c = GetParam();
+  std::optional<std::string> path;
+  switch (c.bundle) {
+    case BundleKind::shipped: path = shippedBundle(); break;
+    case BundleKind::frenchWithoutSettings:
+      dir_.write("Velqor.bundle/en.lproj/Localizable.strings", "\"SETTINGS\" = \"Settings\";\n\"CANCEL\" = \"Cancel\";\n");
+      dir_.write("Velqor.bundle/fr.lproj/Localizable.strings", "\"CANCEL\" = \"Annuler\";\n");
+      path = dir_.path("Velqor.bundle");
+      break;
+    case BundleKind::none: break;
+    case BundleKind::notThere: path = dir_.path("not-there"); break;
+  }
+  useBundle(path, c.language);
+  EXPECT_EQ(plugin_->getLocalizingString(c.key), c.expected);
+  EXPECT_EQ(ops_.at("getLocalizingString:")(HostCall{nullptr, Value(c.key)}), Value(c.expected));
 }
 
-TEST_F(Localization, MissingKeyIsTheKeyAndMissingBundleIsEmpty) {
-  useBundle(shippedBundle(), "en");
-  EXPECT_EQ(plugin_->getLocalizingString("NO_SUCH_KEY"), "NO_SUCH_KEY");
-  useBundle(std::nullopt, "en");
-  EXPECT_EQ(plugin_->getLocalizingString("SETTINGS"), "");
-  useBundle(dir_.path("not-there"), "en");
-  EXPECT_EQ(plugin_->getLocalizingString("SETTINGS"), "");
-}
+INSTANTIATE_TEST_SUITE_P(
+    Keys, Lookup,
+    ::testing::Values(LookupCase{"regionFallsBackToItsLanguage", BundleKind::shipped, "fr-CA", "CANCEL", "Annuler"},
+                      LookupCase{"utf16Table", BundleKind::shipped, "es", "SETTINGS", "Ajustes"},
+                      LookupCase{"unknownLanguageGetsEnglish", BundleKind::shipped, "ja", "CANCEL", "Cancel"},
+                      LookupCase{"missingKeyIsTheKey", BundleKind::shipped, "en", "NO_SUCH_KEY", "NO_SUCH_KEY"},
+                      // The user's table decides, even when English has the key.
+                      LookupCase{"keyMissingFromTheUsersTable", BundleKind::frenchWithoutSettings, "fr", "SETTINGS",
+                                 "SETTINGS"},
+                      LookupCase{"keyInTheUsersTable", BundleKind::frenchWithoutSettings, "fr", "CANCEL", "Annuler"},
+                      LookupCase{"noBundle", BundleKind::none, "en", "SETTINGS", ""},
+                      LookupCase{"bundleNotThere", BundleKind::notThere, "en", "SETTINGS", ""}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(Localization, PromptWithoutBundleShowsEmptyTexts) {
   useBundle(std::nullopt, "en");
@@ -109,6 +136,8 @@ TEST_F(Localization, PromptShowsTheLocalizedTexts) {
   takePicture("[]");
   runAll();
   auto shown = events_->events().at(0);
+  EXPECT_EQ(shown["message"], "Der Kamerazugriff ist f\u00FCr diese App deaktiviert. Erlaube ihn in den Einstellungen, um "
+                             "Fotos und Videos aufzunehmen.");
   EXPECT_EQ(shown["buttons"], nlohmann::json::array({"Einstellungen", "Abbrechen"}));
   EXPECT_EQ(shown["title"], "");
   EXPECT_EQ(shown["style"], 1);

@@ -53,49 +53,86 @@ TEST_F(PickerFinish, ADeferredCameraPhotoKeepsItsStateEvenWhenTheBuilderFails) {
   EXPECT_EQ(core().pickerController.load(), picker);
 }
 
-TEST_F(PickerFinish, WithoutAMediaTypeTheVideoBuilderAnswers) {
-  auto picker = presented("[50, 1, 1]");
-  finish(picker, Dictionary{});
-  runAll();
-  ASSERT_EQ(answersFor().size(), 1u);
-  EXPECT_EQ(answersFor()[0].status, CommandStatus::FAIL_TAKE_PICTURE);
-  EXPECT_EQ(answersFor()[0].messageText(), "Fail take picture");
-}
+// A picker the plug-in must not act on: a plain platform picker on the screen
+// (not the plug-in's own), or the plug-in's picker that is not on the screen.
+struct StrangerCase {
+  const char* name;
+  bool cameraPicker;
+  bool onScreen;
+  bool cancel;
+};
+void PrintTo(const StrangerCase& c, std::ostream* os) { *os << c.name; }
 
-TEST_F(PickerFinish, AnEmptySuccessIsAnsweredWithAnEmptyDictionary) {
-  auto picker = presented("[50, 1, 1, null, null, 7]");  // no encoding type: nothing encoded
-  finish(picker, Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeImage)}});
-  runAll();
-  ASSERT_EQ(answersFor().size(), 1u);
-  EXPECT_EQ(answersFor()[0].status, CommandStatus::OK);
-  EXPECT_EQ(answersFor()[0].toJson()["payload"], nlohmann::json::object());
-}
+class PickerGuards : public PickerFinish, public ::testing::WithParamInterface<StrangerCase> {};
 
-TEST_F(PickerFinish, APickerNotOnTheScreenOrNotTheCamerasIsIgnored) {
-  auto picker = presented("[50, 1, 1]");
-  auto stranger = std::make_shared<ImagePickerController>(device_);
-  finish(stranger, Dictionary{});
-  core().ops().pickerDelegate()->imagePickerControllerDidCancel(stranger);
+TEST_P(PickerGuards, LeaveTheCommandAndTheStateAlone) {
+  const auto& c = GetParam();
+  std::shared_ptr<ImagePickerController> stranger;
+  if (c.cameraPicker) {
+    auto picker = std::make_shared<CameraPicker>(device_, device_);
+    picker->setup(std::make_shared<PictureOptions>());
+    stranger = picker;
+  } else {
+    stranger = std::make_shared<ImagePickerController>(device_);
+  }
+  if (c.onScreen) plugin_->viewController()->presentViewController(stranger, true, nullptr);
+  runAll();
+  const auto sentinel = std::make_shared<CameraPicker>(device_, device_);
+  core().currentCallBack.store(command("[50, 0, 1]"));
+  core().pickerController.store(sentinel);
+  core()._hasPendingOperation.store(true);
+  if (c.cancel) {
+    core().ops().pickerDelegate()->imagePickerControllerDidCancel(stranger);
+  } else {
+    finish(stranger, Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeImage)},
+                                {PickerInfoKey::originalImage, Value(std::shared_ptr<PlatformObject>(
+                                                                   PlatformImage::fromBitmap(testing::quadrants(8, 8))))}});
+  }
   runAll();
   EXPECT_THAT(answersFor(), IsEmpty());
-  EXPECT_EQ(core().pickerController.load(), picker);  // state untouched
+  EXPECT_EQ(events_->names().size(), c.onScreen ? 1u : 0u) << "nothing dismissed";
+  EXPECT_EQ(core().pickerController.load(), sentinel);
+  EXPECT_TRUE(core()._hasPendingOperation.load());
 }
 
-TEST_F(PickerFinish, NoCurrentCallbackStillEndsTheCapture) {
-  build(SimDeviceState{});
+INSTANTIATE_TEST_SUITE_P(
+    Pickers, PickerGuards,
+    ::testing::Values(StrangerCase{"finishFromAPlatformPickerOnTheScreen", false, true, false},
+                      StrangerCase{"finishFromThePluginsPickerOffTheScreen", true, false, false},
+                      StrangerCase{"cancelFromThePluginsPickerOffTheScreen", true, false, true}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Without a current callback nothing is sent, yet the capture still ends.
+class WithoutACurrentCallback : public PickerFinish, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(WithoutACurrentCallback, NothingIsSentAndTheCaptureEnds) {
+  const bool cancel = GetParam();
   auto picker = std::make_shared<CameraPicker>(device_, device_);
   auto options = std::make_shared<PictureOptions>();
+  options->sourceType = SourceType::photoLibrary;  // answered at once, whatever the location flag says
+  options->destinationType = DestinationType::destinationTypeDataUrl;
+  options->encodingType = EncodingType::encodingTypePNG;
   picker->setup(options);
   plugin_->viewController()->presentViewController(picker, true, nullptr);
   core().pickerController.store(picker);
   core()._hasPendingOperation.store(true);
   runAll();
-  core().ops().pickerDelegate()->imagePickerControllerDidCancel(picker);
+  if (cancel) {
+    core().ops().pickerDelegate()->imagePickerControllerDidCancel(picker);
+  } else {
+    finish(picker, Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeImage)},
+                              {PickerInfoKey::originalImage, Value(std::shared_ptr<PlatformObject>(
+                                                                 PlatformImage::fromBitmap(testing::quadrants(8, 8))))}});
+  }
   runAll();
   EXPECT_EQ(answers_->size(), 0u);
+  EXPECT_EQ(events_->names().back(), "pickerDismissed");
   EXPECT_FALSE(core()._hasPendingOperation.load());
   EXPECT_EQ(core().pickerController.load(), nullptr);
 }
+
+INSTANTIATE_TEST_SUITE_P(Paths, WithoutACurrentCallback, ::testing::Values(false, true),
+                         [](const auto& info) { return std::string(info.param ? "cancel" : "finish"); });
 
 }  // namespace
 }  // namespace velqor

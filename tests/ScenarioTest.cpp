@@ -76,8 +76,49 @@ INSTANTIATE_TEST_SUITE_P(
         BrokenScenario{"WidthIsText", R"({"inputs":{"x":{"kind":"png","width":"wide"}}})", "must be number"},
         BrokenScenario{"EndlessMovie", R"({"inputs":{"x":{"kind":"movie","seconds":1e9}}})", "seconds"},
         BrokenScenario{"UnknownSource", R"({"device":{"sources":["phone"]}})", "library, camera or album"},
-        BrokenScenario{"SourceIsNumber", R"({"device":{"sources":[7]}})", "library, camera or album"}),
+        BrokenScenario{"SourceIsNumber", R"({"device":{"sources":[7]}})", "library, camera or album"},
+        BrokenScenario{"SourceNumberPast64Bits", R"({"device":{"sources":["99999999999999999999"]}})", "device.sources"},
+        BrokenScenario{"SourcesNotAList", R"({"device":{"sources":"camera"}})", "device.sources"},
+        BrokenScenario{"EditOfWords", R"({"user":{"photo":"x.jpg","edit":["a","b","c","d"]}})", "user or location"},
+        BrokenScenario{"CallNotAString", R"({"steps":[{"call":3}]})", "steps[0]"},
+        BrokenScenario{"NestedTooDeep", "{\"steps\":" + std::string(30000, '[') + std::string(30000, ']') + "}",
+                       "more than 64 deep"}),
     [](const auto& info) { return info.param.name; });
+
+struct RegexExpectation {
+  std::string name;
+  std::string pattern;
+  bool passes;
+  std::string difference;  // part of the one difference when it fails
+};
+
+class RegexExpectations : public ::testing::TestWithParam<RegexExpectation> {};
+
+// An expectation's regex is checked by a matcher that cannot backtrack: a
+// broken pattern is a difference with its reason, not an abort.
+TEST_P(RegexExpectations, AreCheckedWithoutAborting) {
+  const std::string dir = std::string(VELQOR_BINARY_DIR) + "/scenario-tests/regex-" + GetParam().name;
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  const std::string file = dir + "/regex.json";
+  nlohmann::json scenario{{"steps", {{{"call", "cleanup"}}}},
+                          {"expect", {{"answers", {{{"status", {{"regex", GetParam().pattern}}}}}}}}};
+  std::ofstream(file) << scenario.dump();
+  auto result = ScenarioRunner::run(file, dir + "/work");
+  ASSERT_TRUE(result.ok()) << result.status().message();
+  EXPECT_EQ(result->passed, GetParam().passes);
+  if (!GetParam().passes) {
+    ASSERT_EQ(result->differences.size(), 1u);
+    EXPECT_NE(result->differences[0].find(GetParam().difference), std::string::npos) << result->differences[0];
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Patterns, RegexExpectations,
+                         ::testing::Values(RegexExpectation{"Matches", "^O[K]$", true, ""},
+                                           RegexExpectation{"AnythingAcrossLines", "^(.|\n)*$", true, ""},
+                                           RegexExpectation{"DoesNotMatch", "^ERROR", false, "expected regex"},
+                                           RegexExpectation{"UnclosedGroup", "(a+", false, "invalid regex"}),
+                         [](const auto& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace velqor

@@ -145,17 +145,25 @@ TEST_F(TakePictureFlowTest, SourceCheckLogsTheSourceAndLine) {
   EXPECT_EQ(errors[0].filename, "VelqorCameraPlugin");
 }
 
-TEST_F(TakePictureFlowTest, LibraryRequestAnswersAreLoggedOnThePlatformThread) {
+TEST_F(TakePictureFlowTest, ALibraryRequestIsAskedFromTheMainQueueAndRefusedToItsOwnCommand) {
   SimDeviceState s;
   s.libraryAccess = AccessState::notDetermined;
   s.libraryRequestAnswer = AccessState::denied;
   build(s);
-  takePicture("[50, 1, 0]");
-  main_->runUntilIdle();  // flow, then the queued request
-  EXPECT_THAT(answersFor(), IsEmpty());
-  platform_->runUntilIdle();  // the handler answers right there, off the main queue
-  EXPECT_EQ(answersFor().size(), 1u);
+  takePicture("[50, 1, 0]", "asked");
+  main_->runOne();  // the flow: it only queues the request
+  EXPECT_THAT(events_->names(), IsEmpty());
+  takePicture("[50, 1, 1]", "newer");  // a camera command becomes the current one meanwhile
+  main_->runOne();  // the queued block asks the user
+  EXPECT_THAT(events_->names(), ElementsAre("permissionRequested"));
+  main_->runUntilIdle();  // the newer command's picker comes up
+  EXPECT_THAT(answersFor("asked"), IsEmpty());
+  platform_->runUntilIdle();  // the refusal is answered right there, off the main queue
   EXPECT_FALSE(main_->hasPending());
+  ASSERT_EQ(answersFor("asked").size(), 1u);
+  EXPECT_EQ(answersFor("asked")[0].status, CommandStatus::NO_PERMISSION);
+  EXPECT_EQ(answersFor("asked")[0].messageText(), "has no access to PhotoLibrary");
+  EXPECT_THAT(answersFor("newer"), IsEmpty());
   EXPECT_THAT(log_->debugLines(), ElementsAre("PHAuthorization denied or restricted"));
 }
 
@@ -174,14 +182,85 @@ TEST_F(TakePictureFlowTest, CameraGrantArrivesOffMainAndOnlyQueuesThePicker) {
   EXPECT_THAT(events_->names(), ElementsAre("permissionRequested", "permissionAnswered", "pickerPresented"));
 }
 
-TEST_F(TakePictureFlowTest, WorkIsQueuedEvenWhenCalledOnTheMainQueue) {
+TEST_F(TakePictureFlowTest, EveryStepIsQueuedAndThePendingFlagFallsOnceThePickerIsShown) {
   main_->post([this] { takePicture("[]"); });
   main_->runOne();
-  EXPECT_FALSE(core()._hasPendingOperation.load());  // the flow itself has not run yet
-  EXPECT_TRUE(main_->hasPending());
-  main_->runOne();
+  EXPECT_FALSE(core()._hasPendingOperation.load());  // queued even from the main queue
+  main_->runOne();  // the flow: authorized, the picker work is queued
   EXPECT_TRUE(core()._hasPendingOperation.load());
+  EXPECT_EQ(core().pickerController.load(), nullptr);
+  main_->runOne();  // the picker is made, set up and handed to the screen
+  EXPECT_NE(core().pickerController.load(), nullptr);
+  EXPECT_THAT(events_->names(), IsEmpty());
+  EXPECT_TRUE(core()._hasPendingOperation.load()) << "lowered before the picker is on the screen";
+  main_->runOne();  // the presentation completes
+  EXPECT_THAT(events_->names(), ElementsAre("pickerPresented"));
+  EXPECT_FALSE(core()._hasPendingOperation.load());
 }
+
+TEST_F(TakePictureFlowTest, AFreshPlugInHoldsNothingAndHasMadeNothing) {
+  EXPECT_EQ(core().currentCallBack.load(), nullptr);
+  EXPECT_FALSE(core()._hasPendingOperation.load());
+  EXPECT_EQ(core().cameraDelegate, nullptr);
+  EXPECT_EQ(core().pickerController.load(), nullptr);
+  EXPECT_EQ(core().data.load(), nullptr);
+  EXPECT_FALSE(core().metadata.load());
+  EXPECT_EQ(core()._locationManager.load(), nullptr);
+  EXPECT_TRUE(std::filesystem::is_empty(dir_.path("tmp")));
+  EXPECT_FALSE(main_->hasPending());
+  EXPECT_THAT(events_->names(), IsEmpty());
+}
+
+struct ReleaseCase {
+  const char* name;
+  const char* args;
+  std::function<void(SimDeviceState&)> device;
+  const char* answer;  // what still reaches the command; "" for nothing
+};
+void PrintTo(const ReleaseCase& c, std::ostream* os) { *os << c.name; }
+
+class ReleasedBeforeThePermissionAnswer : public PluginHarness, public ::testing::WithParamInterface<ReleaseCase> {};
+
+TEST_P(ReleasedBeforeThePermissionAnswer, ShowsNothingAndOnlyALibraryRefusalStillAnswers) {
+  const auto& c = GetParam();
+  SimDeviceState s;
+  c.device(s);
+  build(s);
+  takePicture(c.args);
+  main_->runUntilIdle();  // the user is asked; the answer waits on the platform thread
+  std::weak_ptr<PluginCore> released = plugin_->core();
+  plugin_.reset();
+  ops_.clear();
+  ASSERT_TRUE(released.expired());
+  platform_->runUntilIdle();
+  main_->runUntilIdle();
+  EXPECT_THAT(events_->names(), ElementsAre("permissionRequested", "permissionAnswered"));
+  auto answers = answersFor();
+  if (*c.answer) {
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0].messageText(), c.answer);
+  } else {
+    EXPECT_THAT(answers, IsEmpty());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, ReleasedBeforeThePermissionAnswer,
+    ::testing::Values(
+        ReleaseCase{"cameraGranted", "[]", device([](S& s) { s.cameraAccess = AccessState::notDetermined; }), ""},
+        ReleaseCase{"cameraRefused", "[]", device([](S& s) {
+                      s.cameraAccess = AccessState::notDetermined;
+                      s.cameraRequestGranted = false;
+                      s.alertTap = "cancel";
+                    }), ""},
+        ReleaseCase{"libraryAuthorized", "[50, 1, 0]", device([](S& s) { s.libraryAccess = AccessState::notDetermined; }),
+                    ""},
+        // The library handler holds the command itself, not the plug-in.
+        ReleaseCase{"libraryDenied", "[50, 1, 0]", device([](S& s) {
+                      s.libraryAccess = AccessState::notDetermined;
+                      s.libraryRequestAnswer = AccessState::denied;
+                    }), "has no access to PhotoLibrary"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(TakePictureFlowTest, WithoutViewControllerThePickerIsMadeButNeverShown) {
   build(SimDeviceState{}, /*withViewController=*/false);
@@ -262,6 +341,7 @@ struct PickerCase {
   std::vector<std::string> mediaTypes;
   std::int64_t captureMode;
   std::int64_t cameraDevice;
+  bool editing;
   const char* stdoutLine;
 };
 void PrintTo(const PickerCase& c, std::ostream* os) { *os << c.name; }
@@ -281,6 +361,7 @@ TEST_P(PickerSetup, ConfiguresThePickerFromTheOptions) {
   EXPECT_EQ(picker->mediaTypes(), c.mediaTypes);
   EXPECT_EQ(picker->cameraCaptureMode(), c.captureMode);
   EXPECT_EQ(picker->cameraDevice(), c.cameraDevice);
+  EXPECT_EQ(picker->allowsEditing(), c.editing);
   EXPECT_EQ(picker->modalPresentationStyle(), 0);
   EXPECT_EQ(picker->statusBarUpdates(), 1);
   EXPECT_EQ(picker->pictureOptions()->sourceType, c.source);
@@ -290,15 +371,32 @@ INSTANTIATE_TEST_SUITE_P(
     Options, PickerSetup,
     ::testing::Values(
         PickerCase{"cameraPhotoFront", "[50,1,1,null,null,0,0,false,false,false,null,true]", 1, {"public.image"}, 0, 1,
-                   "cameraDirection front"},
+                   false, "cameraDirection front"},
         PickerCase{"cameraVideoIgnoresFront", "[50,1,1,null,null,0,1,false,false,false,null,true]", 1,
-                   {"public.movie"}, 1, 0, "cameraDirection front"},
-        PickerCase{"cameraNoMediaType", "[50,1,1,null,null,0,9]", 1, {"public.image"}, 0, 0, "cameraDirection rear"},
-        PickerCase{"albumVideo", "[50,1,2,null,null,0,1]", 2, {"public.video"}, 0, 0, "cameraDirection rear"},
-        PickerCase{"libraryAll", "[50,1,0,null,null,0,2]", 0, {"public.image", "public.movie"}, 0, 0,
+                   {"public.movie"}, 1, 0, false, "cameraDirection front"},
+        PickerCase{"cameraNoMediaType", "[50,1,1,null,null,0,9]", 1, {"public.image"}, 0, 0, false,
                    "cameraDirection rear"},
-        PickerCase{"libraryPicture", "[50,1,0]", 0, {"public.image"}, 0, 0, "cameraDirection rear"}),
+        PickerCase{"albumVideo", "[50,1,2,null,null,0,1]", 2, {"public.video"}, 0, 0, false, "cameraDirection rear"},
+        PickerCase{"libraryAll", "[50,1,0,null,null,0,2]", 0, {"public.image", "public.movie"}, 0, 0, false,
+                   "cameraDirection rear"},
+        PickerCase{"libraryPictureEditing", "[50,1,0,null,null,0,0,true]", 0, {"public.image"}, 0, 0, true,
+                   "cameraDirection rear"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(TakePictureFlowTest, ALibraryPickerForEveryMediaTypeFallsBackToStillImagesWithoutAPlatformList) {
+  SimDeviceState bare;
+  bare.availableSources = {};  // the platform lists no media types for any source
+  auto device = std::make_shared<SimDevice>(bare, main_, platform_, events_);
+  auto options = std::make_shared<PictureOptions>();
+  options->sourceType = SourceType::photoLibrary;
+  options->mediaType = MediaType::mediaTypeAll;
+  auto picker = std::make_shared<CameraPicker>(device, device);
+  picker->setMediaTypes({kUTTypeMovie});
+  ::testing::internal::CaptureStdout();
+  picker->setup(options);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "cameraDirection rear\n");
+  EXPECT_EQ(picker->mediaTypes(), std::vector<std::string>{kUTTypeImage});
+}
 
 struct CancelCase {
   const char* name;

@@ -8,6 +8,7 @@ extern "C" {
 #include "host/FileBytes.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/ExportAdapter.h"
+#include "platform/PickerInfoKeys.h"
 #include "tests/MediaHarness.h"
 
 namespace velqor {
@@ -57,7 +58,7 @@ struct MovieCase {
 };
 void PrintTo(const MovieCase& c, std::ostream* os) { *os << c.name; }
 
-class VideoCapture : public MediaHarness, public ::testing::WithParamInterface<MovieCase> {
+class MovieHarness : public MediaHarness {
  protected:
   std::string recordMovie(const MovieSpec& shape) {
     std::string path = dir_.path("recorded.mov");
@@ -71,6 +72,8 @@ class VideoCapture : public MediaHarness, public ::testing::WithParamInterface<M
     return out;
   }
 };
+
+class VideoCapture : public MovieHarness, public ::testing::WithParamInterface<MovieCase> {};
 
 TEST_P(VideoCapture, RemuxesEveryPacketIntoAFaststartMp4) {
   const auto& c = GetParam();
@@ -117,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(Movies, VideoCapture,
                                                      "[50, 1, 1, null, null, 0, 1, false, false, true]", true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(VideoCapture, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
+TEST_F(MovieHarness, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
   MovieSpec s = movieShape(true, true);
   SimPickerChoice choice;
   choice.kind = SimPickerChoice::Kind::video;
@@ -131,7 +134,13 @@ TEST_F(VideoCapture, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
   ASSERT_THAT(uri, StartsWith("data:video/mp4;base64,"));
   auto decoded = base64Decode(uri.substr(22));
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->substr(4, 4), "ftyp");
+  std::vector<std::string> outputs;
+  for (auto& e : std::filesystem::directory_iterator(dir_.path("tmp")))
+    if (e.path().extension() == ".mp4") outputs.push_back(e.path());
+  ASSERT_EQ(outputs.size(), 1u);
+  auto file = FileBytes::read(outputs[0]);
+  ASSERT_TRUE(file.ok());
+  EXPECT_EQ(*decoded, std::string(file->begin(), file->end())) << "the payload is the whole MPEG-4 file";
 
   takePicture("[50, 2, 1, null, null, 0, 1]", "native");
   runAllMedia();
@@ -188,6 +197,14 @@ Bytes pcmMovie() {
   return *FileBytes::read(d.path("m.mov"));
 }
 
+Bytes timecodeMovie() {
+  testing::TestDirectory d;
+  MovieSpec s = movieShape(true, true);
+  s.timecode = "01:00:00:00";
+  EXPECT_TRUE(SampleMovies::make(d.path("m.mov"), s).ok());
+  return *FileBytes::read(d.path("m.mov"));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Inputs, HostileMovies,
     ::testing::Values(HostileMovie{"zeroBytes", [] { return Bytes{}; }, "could not be opened"},
@@ -198,20 +215,9 @@ INSTANTIATE_TEST_SUITE_P(
                                      return Bytes(m3u.begin(), m3u.end());
                                    }, "could not be opened"},
                       HostileMovie{"truncated", truncatedMovie, "movie"},
-                      HostileMovie{"pcmAudioTrack", pcmMovie, "which an MPEG-4 file cannot carry"}),
+                      HostileMovie{"pcmAudioTrack", pcmMovie, "a pcm_f32le audio track, which an MPEG-4 file cannot carry"},
+                      HostileMovie{"timecodeTrack", timecodeMovie, "a timecode track (tmcd), which an MPEG-4 file cannot carry"}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(VideoCapture, NoMediaUrlFailsWithoutTouchingFiles) {
-  auto s = device_->state();
-  s.pickerChoice = SimDeviceState::PickerChoice::finish;
-  s.makePickerInfo = [](const ImagePickerController&) -> StatusOr<Dictionary> { return Dictionary{}; };
-  device_->setState(s);
-  takePicture("[50, 1, 1, null, null, 0, 1]");
-  runAllMedia();
-  ASSERT_EQ(answersFor().size(), 1u);
-  EXPECT_EQ(answersFor()[0].status, CommandStatus::FAIL_TAKE_PICTURE);
-  EXPECT_EQ(answersFor()[0].messageText(), "Fail take picture");
-}
 
 class FakeSession final : public ExportSession {
  public:
@@ -232,6 +238,85 @@ class FakeSession final : public ExportSession {
   std::int64_t final_, status_ = unknown;
   std::optional<PlatformError> own_;
 };
+
+// An export that ends as the session says, without writing anything.
+class ScriptedExport final : public MediaExport {
+ public:
+  explicit ScriptedExport(std::int64_t final) : final_(final) {}
+  double assetDuration(const Url&) override { return 0.5; }
+  std::shared_ptr<ExportSession> makeSession(const Url&, const std::string&) override {
+    return std::make_shared<FakeSession>(final_, std::nullopt);
+  }
+  bool idle() const override { return true; }
+
+ private:
+  std::int64_t final_;
+};
+
+struct VideoFailure {
+  const char* name;
+  enum Media { none, pickerMovie, usersOwnMovie } media;
+  std::optional<std::int64_t> exportEnds;  // none: the real export
+  const char* message;
+  bool movieLeft;
+};
+void PrintTo(const VideoFailure& c, std::ostream* os) { *os << c.name; }
+
+class VideoFailures : public MovieHarness, public ::testing::WithParamInterface<VideoFailure> {
+ protected:
+  void customize(PlatformServices& s) override {
+    MovieHarness::customize(s);
+    if (exportEnds_) s.mediaExport = std::make_shared<ScriptedExport>(*exportEnds_);
+  }
+  std::optional<std::int64_t> exportEnds_;
+};
+
+TEST_P(VideoFailures, AnswerFailTakePictureWithTheirText) {
+  const auto& c = GetParam();
+  exportEnds_ = c.exportEnds;
+  build(SimDeviceState{});
+  const std::string recorded = recordMovie(movieShape(true, true));
+  std::string movie;
+  auto s = device_->state();
+  s.pickerChoice = SimDeviceState::PickerChoice::finish;
+  if (c.media == VideoFailure::pickerMovie) {
+    SimPickerChoice choice;
+    choice.kind = SimPickerChoice::Kind::video;
+    choice.file = recorded;
+    s.makePickerInfo = [&, choice](const ImagePickerController&) -> StatusOr<Dictionary> {
+      auto info = SimPickerMedia::info(choice, *codec_, library_.get(), dir_.path("tmp"));
+      if (info.ok()) movie = find(*info, PickerInfoKey::mediaURL)->asUrl()->path();
+      return info;
+    };
+  } else {
+    movie = recorded;  // a movie the plug-in does not own: never deleted
+    const Dictionary info = c.media == VideoFailure::none
+                                ? Dictionary{}
+                                : Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeMovie)},
+                                             {PickerInfoKey::mediaURL, Value(Url::fileUrlWithPath(recorded))}};
+    s.makePickerInfo = [info](const ImagePickerController&) -> StatusOr<Dictionary> { return info; };
+  }
+  device_->setState(s);
+  takePicture("[50, 1, 1, null, null, 0, 1]");
+  runAllMedia();
+  auto answers = answersFor();
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_EQ(answers[0].status, CommandStatus::FAIL_TAKE_PICTURE);
+  EXPECT_EQ(payloadOf(answers[0]), (Dictionary{{"errorMsg", Value(c.message)}}));
+  EXPECT_EQ(std::filesystem::exists(movie), c.movieLeft);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outcomes, VideoFailures,
+    ::testing::Values(
+        VideoFailure{"noMediaUrl", VideoFailure::none, std::nullopt, "Fail take picture", true},
+        VideoFailure{"exportCancelled", VideoFailure::pickerMovie, ExportSession::cancelled, "Export cancelled", true},
+        VideoFailure{"movieCannotBeDeleted", VideoFailure::usersOwnMovie, std::nullopt,
+                     "\u201Crecorded.mov\u201D couldn\u2019t be removed because you don\u2019t have permission to access it.",
+                     true},
+        VideoFailure{"exportWroteNothing", VideoFailure::pickerMovie, ExportSession::completed, "Fail take picture",
+                     false}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 struct ExportOutcomeCase {
   const char* name;

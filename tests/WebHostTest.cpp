@@ -80,6 +80,9 @@ TEST(ContainedFilesRoot, ARootOfSlashContainsNothing) {
 
 // ---- the HTTP face, malformed and hostile requests ------------------------
 
+// What the page's fetch helper sends with every state-changing request.
+const httplib::Headers kPageHeaders{{"X-Velqor-Request", "1"}};
+
 // A web host on a free loopback port; the test thread drives the main queue
 // while a client request is in flight.
 class WebHostTest : public ::testing::Test {
@@ -90,6 +93,8 @@ class WebHostTest : public ::testing::Test {
     options.port = 0;
     options.pageDirectory = std::string(VELQOR_SOURCE_DIR) + "/web/page";
     options.maxJsonBytes = 4096;
+    options.uploadsDirectory = dir_.path("uploads");
+    std::filesystem::create_directories(options.uploadsDirectory);
     server_ = std::make_unique<WebServer>(options);
     auto port = server_->bind();
     ASSERT_TRUE(port.ok()) << port.status().message();
@@ -122,7 +127,7 @@ class WebHostTest : public ::testing::Test {
   }
   httplib::Result postJson(const std::string& path, const std::string& body,
                            const std::string& type = "application/json") {
-    return send([=](httplib::Client& c) { return c.Post(path, body, type); });
+    return send([=](httplib::Client& c) { return c.Post(path, kPageHeaders, body, type); });
   }
 
   TestDirectory dir_;
@@ -165,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "no command operation"},
         BadRequest{"ArgsNotArray", "/api/call", "application/json", R"({"operation":"takePicture","args":3})", 400,
                    "must be an array"},
-        BadRequest{"TooLarge", "/api/call", "application/json", std::string(5000, ' ') + "{}", 400, "too large"},
+        BadRequest{"TooLarge", "/api/call", "application/json", std::string(5000, ' ') + "{}", 413, "too large"},
         BadRequest{"NoPickerToPick", "/api/picker/pick", "application/json", R"({"asset":"nope/L0/001"})", 404, "error"},
         BadRequest{"NoAlertToTap", "/api/alert", "application/json", R"({"button":"OK"})", 409, "no alert"},
         BadRequest{"LatitudeOutOfRange", "/api/location", "application/json", R"({"latitude":91,"longitude":0})", 400,
@@ -175,7 +180,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadRequest{"UnknownSetting", "/api/device", "application/json", R"({"jailbreak":true})", 400,
                    "unknown device setting"},
         BadRequest{"FileWithoutMultipart", "/api/picker/file", "application/json", "{}", 400, "multipart"},
-        BadRequest{"UnknownRoute", "/api/nothing", "application/json", "{}", 404, "error"}),
+        BadRequest{"UnknownRoute", "/api/nothing", "application/json", "{}", 404, "error"},
+        BadRequest{"NestedTooDeep", "/api/call", "application/json", std::string(100, '[') + std::string(100, ']'), 400,
+                   "more than 64 deep"}),
     [](const auto& info) { return info.param.name; });
 
 TEST_F(WebHostTest, RefusesForeignHostNamesAndFilesOutsideItsDirectories) {
@@ -215,11 +222,12 @@ TEST_F(WebHostTest, ACaptureThroughTheBridgeAnswersWithAServedFile) {
   auto chosen = send([&](httplib::Client& c) {
     httplib::MultipartFormDataItems items{{"file", TestDirectory::read(photo), "photo.jpg", "image/jpeg"},
                                           {"kind", "photo", "", ""}};
-    return c.Post("/api/picker/file", items);
+    return c.Post("/api/picker/file", kPageHeaders, items);
   });
   ASSERT_TRUE(chosen);
   ASSERT_EQ(chosen->status, 200) << chosen->body;
   EXPECT_EQ(nlohmann::json::parse(chosen->body)["before"]["Orientation"], 6);
+  EXPECT_TRUE(std::filesystem::is_empty(dir_.path("uploads"))) << "the upload stayed after the picker took it";
 
   ASSERT_EQ(session_->host().runUntilAnswered(id, std::chrono::seconds(20)), HostRuntime::RunResult::answered);
   const auto answers = session_->host().answers()->answersFor(id);
@@ -259,7 +267,7 @@ TEST_F(WebHostTest, ThePageActsAsTheUserOnAlertsAndLocation) {
   auto chosen = send([&](httplib::Client& c) {
     httplib::MultipartFormDataItems items{{"file", std::string(sample->begin(), sample->end()), "p.jpg", "image/jpeg"},
                                           {"kind", "photo", "", ""}};
-    return c.Post("/api/picker/file", items);
+    return c.Post("/api/picker/file", kPageHeaders, items);
   });
   ASSERT_EQ(chosen->status, 200) << chosen->body;
   session_->host().runUntilQuiescent(std::chrono::seconds(10));

@@ -41,6 +41,9 @@ StatusOr<ContainedFiles::Opened> ContainedFiles::open(const std::string& request
   const bool inside = std::any_of(roots_.begin(), roots_.end(),
                                   [&](const std::string& root) { return below(path, resolved(root)); });
   if (!inside) return Status::notFound("no such file");
+  // Result files and library assets only: the library's database, its journal
+  // and lock files, and anything else a folder may hold are not served.
+  if (contentType(path) == "application/octet-stream") return Status::notFound("no such file");
   // The resolved path has no links left; refusing one at open time closes the
   // window in which the last component could be swapped for a link.
   UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));

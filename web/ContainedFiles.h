@@ -11,7 +11,9 @@ namespace velqor {
 // Opens files for the web host's file route, and only files that really lie
 // inside one of a fixed set of directories: the path is resolved with every
 // symbolic link followed, and the result must still be below a root. Names
-// with "..", NUL bytes or relative paths never reach the file system.
+// with "..", NUL bytes or relative paths never reach the file system. Only
+// media files (images and movies, by name) are opened: never a database,
+// journal or lock file that shares a root.
 //
 // Threads: any; the roots are fixed at construction.
 class ContainedFiles {

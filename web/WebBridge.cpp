@@ -1,6 +1,10 @@
 #include "web/WebBridge.h"
 
+#include <unistd.h>
+
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <algorithm>
@@ -168,6 +172,19 @@ nlohmann::json WebBridge::deviceSettings() const {
 
 StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind, const std::string& name,
                                                         const std::string& bytes, const std::string& edit) {
+  const std::string path = uploads_ + "/chosen-" + std::to_string(++uploadCount_) + "." + extensionOf(name);
+  RETURN_IF_ERROR(FileBytes::writeAtomically(path, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size())));
+  return finishPickerWithUpload(kind, name, path, edit);
+}
+
+StatusOr<nlohmann::json> WebBridge::finishPickerWithUpload(const std::string& kind, const std::string& name,
+                                                          const std::string& path, const std::string& edit) {
+  // However the picker ends, the upload is not needed afterwards: a photo is
+  // read into memory and a movie copied into the temporary folder first.
+  struct RemoveUpload {
+    const std::string& path;
+    ~RemoveUpload() { ::unlink(path.c_str()); }
+  } removeUpload{path};
   SimPickerChoice choice;
   if (kind == "photo")
     choice.kind = SimPickerChoice::Kind::photo;
@@ -175,15 +192,19 @@ StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind
     choice.kind = SimPickerChoice::Kind::video;
   else
     return Status::invalidArgument("\"kind\" must be photo or video");
-  if (bytes.empty()) return Status::invalidArgument("the chosen file is empty");
+  std::error_code ec;
+  if (std::filesystem::file_size(path, ec) == 0 || ec) return Status::invalidArgument("the chosen file is empty");
   ASSIGN_OR_RETURN(choice.edit, editFrom(edit));
   bool pickerShown = false;
   for (const auto& vc : session_.device().onScreen())
     if (std::dynamic_pointer_cast<ImagePickerController>(vc)) pickerShown = true;
   if (!pickerShown) return Status::failedPrecondition("no picker is on the screen");
 
+  // The picker reads the file by its name: keep the extension the user's file had.
   choice.file = uploads_ + "/chosen-" + std::to_string(++uploadCount_) + "." + extensionOf(name);
-  RETURN_IF_ERROR(FileBytes::writeAtomically(choice.file, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size())));
+  if (std::rename(path.c_str(), choice.file.c_str()) != 0)
+    return Status::unavailable("cannot take the upload: " + std::string(std::strerror(errno)));
+  const RemoveUpload removeChosen{choice.file};
   auto st = session_.device().state();
   st.makePickerInfo = session_.pickerInfoFor(choice);
   session_.device().setState(std::move(st));
@@ -191,9 +212,15 @@ StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind
     std::string why = "the picker did not take the file";
     for (const auto& e : session_.device().events()->events())
       if (e["event"] == "pickerFailed") why = e["error"].get<std::string>();
+    if (auto refused = session_.device().pickerRefusal()) why = *refused;
     return Status::invalidArgument(why);
   }
-  return nlohmann::json{{"finished", true}, {"before", kind == "photo" ? metadataOf(bytes) : nlohmann::json::object()}};
+  nlohmann::json before = nlohmann::json::object();
+  if (kind == "photo") {
+    auto bytes = FileBytes::read(choice.file, size_t{64} << 20);
+    if (bytes.ok()) before = metadataOf(std::string(bytes->begin(), bytes->end()));
+  }
+  return nlohmann::json{{"finished", true}, {"before", before}};
 }
 
 StatusOr<nlohmann::json> WebBridge::pickAsset(const nlohmann::json& request) {
@@ -210,7 +237,10 @@ StatusOr<nlohmann::json> WebBridge::pickAsset(const nlohmann::json& request) {
   auto st = session_.device().state();
   st.makePickerInfo = session_.pickerInfoFor(choice);
   session_.device().setState(std::move(st));
-  if (!session_.device().finishPicker()) return Status::failedPrecondition("no picker is on the screen");
+  if (!session_.device().finishPicker()) {
+    if (auto refused = session_.device().pickerRefusal()) return Status::invalidArgument(*refused);
+    return Status::failedPrecondition("no picker is on the screen");
+  }
   nlohmann::json before = nlohmann::json::object();
   if (!found->isVideo())
     if (auto bytes = FileBytes::read(found->filePath(), kMaxMetadataBytes); bytes.ok())

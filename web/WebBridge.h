@@ -38,6 +38,11 @@ class WebBridge {
   // photo or video, optionally with an edit rectangle "x,y,w,h".
   StatusOr<nlohmann::json> finishPickerWithFile(const std::string& kind, const std::string& name,
                                                const std::string& bytes, const std::string& edit);
+  // As finishPickerWithFile, with the file already stored at `path` (an
+  // upload in the bridge's folder); the file is removed once the picker took
+  // it or refused it.
+  StatusOr<nlohmann::json> finishPickerWithUpload(const std::string& kind, const std::string& name,
+                                                 const std::string& path, const std::string& edit);
   // The user picks an asset of the photo library: {"asset": localIdentifier,
   // "edit": "x,y,w,h" (optional crop)}. Answers with the asset's metadata
   // under "before".

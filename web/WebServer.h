@@ -1,22 +1,32 @@
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <functional>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
-#include <thread>
+
+#include <nlohmann/json.hpp>
 
 #include "host/Executor.h"
 #include "host/StatusOr.h"
+#include "host/UniqueFd.h"
+#include "web/BufferBudget.h"
+#include "web/ConnectionDeadlines.h"
 #include "web/ContainedFiles.h"
+#include "web/RequestGuard.h"
 #include "web/WebBridge.h"
 
-namespace httplib {
-class Server;
-}
+struct MHD_Daemon;
+struct MHD_Connection;
 
 namespace velqor {
 
-// The web host's HTTP face, on cpp-httplib:
+class Exchange;
+
+// The web host's HTTP face, on libmicrohttpd with one thread per connection:
 //   GET  /, /app.js, /camera.js, /exif.js, /screen.js, /style.css
 //                                   the page (from the page directory; nothing else of it)
 //   GET  /api/state                 answers, events, the screen and the open commands with why
@@ -29,13 +39,21 @@ namespace velqor {
 //   POST /api/device                permission states and sources
 //   GET  /api/library               the photo library's assets
 //   POST /api/metadata              body: encoded image bytes; answers its EXIF/GPS as JSON
-//   GET  /files/<absolute path>     a file inside the temporary or library directory
+//   GET  /files/<absolute path>     a result file or library asset (ContainedFiles)
 //
-// Handlers run on the server's threads and hand every bridge call to the main
-// queue, waiting for its result there; the main queue never waits for HTTP.
-// Bad requests get 400 with {"error": message}; requests naming another host
-// than the one the server listens on (DNS rebinding) get 403; JSON routes
-// accept only JSON bodies, which a cross-site form cannot send.
+// What a request may be is decided from its head by RequestGuard before its
+// body is read (Host names, same-origin and the custom header on POSTs, the
+// route's body limit); bodies are counted as they arrive, uploads stream to
+// the uploads folder, JSON is read with depth and size limits. Every answer
+// carries Cross-Origin-Resource-Policy: same-origin. ConnectionDeadlines
+// bounds how long a client may take to send a request; the daemon caps
+// connections in all and per client address, and the memory a request head
+// may use. The listening socket is bound without SO_REUSEPORT: a second
+// server on a taken port fails to bind.
+//
+// Handlers run on the connection threads and hand every bridge call to the
+// main queue, waiting for its result (or for stop()); the main queue never
+// waits for HTTP. Bad requests get a 4xx with {"error": message}.
 //
 // Threads: construct, bind, start and stop on one thread (the main thread).
 class WebServer {
@@ -44,32 +62,71 @@ class WebServer {
     std::string host = "127.0.0.1";
     int port = 8080;  // 0: any free port
     std::string pageDirectory;
-    size_t maxJsonBytes = 1 << 20;
+    // Where uploads stream to; empty: uploads are refused.
+    std::string uploadsDirectory;
+    size_t maxJsonBytes = size_t{1} << 20;
     size_t maxUploadBytes = size_t{512} << 20;
+    size_t maxImageBytes = size_t{32} << 20;
+    // All bodies held in memory at once (JSON and image bytes).
+    size_t maxBufferedBytes = size_t{96} << 20;
+    size_t maxHeaderBytes = size_t{16} << 10;
+    size_t maxHeaders = 64;
+    unsigned maxConnections = 128;
+    unsigned maxConnectionsPerClient = 16;
+    std::chrono::milliseconds headDeadline{5000};
+    std::chrono::milliseconds bodyDeadline{120000};
   };
 
   explicit WebServer(Options options);
   ~WebServer();
 
-  // Binds the listening socket; returns the port.
+  // Binds the listening socket; returns the port. A taken port is an error
+  // that says so.
   StatusOr<int> bind();
-  // Serves on a background thread until stop().
+  // Serves on the daemon's threads until stop().
   void start(WebBridge& bridge, std::shared_ptr<Executor> mainQueue, ContainedFiles files);
+  // Closes every connection, slow ones included, and waits for their threads.
   void stop();
+
+  // Serves one already-connected socket as if it had been accepted (the
+  // server takes the descriptor); used to feed requests as bytes.
+  Status adopt(int fd);
 
   // "http://HOST:PORT" once bound.
   std::string origin() const;
 
+  // Callbacks of the daemon; public only for its C entry points.
+  int onRequest(MHD_Connection* c, const char* url, const char* method, const char* upload, size_t* uploadSize,
+                void** context);
+  void onCompleted(MHD_Connection* c, void** context);
+  void onConnection(MHD_Connection* c, bool opened);
+
  private:
-  void routes();
+  struct Reply;
+  Reply answer(MHD_Connection* c, const std::string& method, const std::string& url, Exchange& exchange);
+  Reply answerUpload(Exchange& exchange);
+  Reply answerFile(const std::string& requested);
+  StatusOr<nlohmann::json> onMain(std::function<StatusOr<nlohmann::json>(WebBridge&)> work);
+  int send(MHD_Connection* c, Reply reply);
 
   Options options_;
   int port_ = 0;
-  std::unique_ptr<httplib::Server> server_;
-  std::thread thread_;
+  UniqueFd listener_;
+  std::unique_ptr<RequestGuard> guard_;
+  BufferBudget budget_;
+  std::unique_ptr<ConnectionDeadlines> deadlines_;
+  MHD_Daemon* daemon_ = nullptr;
   WebBridge* bridge_ = nullptr;
   std::shared_ptr<Executor> main_;
   std::unique_ptr<ContainedFiles> files_;
+  // Shared with the closures posted to the main queue, which may run after
+  // the server is gone.
+  struct Waits {
+    std::mutex mutex;
+    std::condition_variable done;
+    bool stopping = false;
+  };
+  std::shared_ptr<Waits> waits_ = std::make_shared<Waits>();
 };
 
 }  // namespace velqor

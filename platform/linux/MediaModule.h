@@ -7,8 +7,10 @@ namespace velqor {
 
 // Loads the media module (libvelqor_media.so) once per process, on first use,
 // with dlopen: from the directory of the program or library this code is part
-// of (the module is installed beside it), else from the build tree it was built
-// in. Never unloaded.
+// of (the module is installed beside libvelqor_camera.so), from the library
+// folder of the prefix an installed program lies in, from the prefix this
+// build installs into, else from the build tree it was built in. Never
+// unloaded.
 //
 // Threads: any; the first callers wait for one load.
 class MediaModule {

@@ -13,7 +13,7 @@
 namespace velqor {
 
 // What a movie file holds, as libavformat reads it.
-struct MovieTracks {
+struct MovieSummary {
   int width = 0, height = 0;
   double seconds = 0;
   std::string tracks;  // "h264 video, aac audio"
@@ -37,7 +37,7 @@ class MediaStack {
   // None when the file has no decodable planar 8-bit YUV video.
   virtual std::optional<Bitmap> firstFrame(const std::string& path, int side) = 0;
   // None when FFmpeg reads no movie there.
-  virtual std::optional<MovieTracks> movieTracks(const std::string& path) = 0;
+  virtual std::optional<MovieSummary> movieSummary(const std::string& path) = 0;
 };
 
 // The entry point the module exports, by this C name.

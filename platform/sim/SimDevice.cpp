@@ -1,10 +1,14 @@
 #include "platform/sim/SimDevice.h"
 
 #include <algorithm>
+#include <filesystem>
+
+#include "platform/PickerInfoKeys.h"
 
 #include "platform/AlertController.h"
 #include "platform/ImagePickerController.h"
 #include "platform/sim/SimLibraryAccess.h"
+#include "platform/sim/SimPickerRules.h"
 
 namespace velqor {
 
@@ -83,6 +87,7 @@ void SimDevice::present(const std::shared_ptr<ViewController>& presenter,
     {
       std::lock_guard lock(self->mutex_);
       self->stack_.push_back(presented);
+      if (std::dynamic_pointer_cast<ImagePickerController>(presented)) self->pickerRefusal_.reset();
     }
     presented->viewWillAppear(animated);
     self->events_->record(describe(*presented));
@@ -152,6 +157,10 @@ bool SimDevice::finishPicker() {
   for (auto& vc : onScreen())
     if (auto p = std::dynamic_pointer_cast<ImagePickerController>(vc)) picker = p;
   if (!picker) return false;
+  {
+    std::lock_guard lock(mutex_);
+    pickerRefusal_.reset();
+  }
   auto s = state();
   if (!s.makePickerInfo) return false;
   auto info = s.makePickerInfo(*picker);
@@ -159,9 +168,45 @@ bool SimDevice::finishPicker() {
     events_->record({{"event", "pickerFailed"}, {"error", info.status().message()}});
     return false;
   }
-  events_->record({{"event", "pickerFinished"}});
+  if (auto why = SimPickerRules::refusal(*picker, *info)) {
+    // The phone's picker would not have offered this: it stays on the screen.
+    {
+      std::lock_guard lock(mutex_);
+      pickerRefusal_ = *why;
+    }
+    events_->record({{"event", "pickerRefused"}, {"reason", *why}});
+    discardPickerMovie(*info);
+    return false;
+  }
+  events_->record(finishedEvent(*picker, *info));
   if (auto delegate = picker->delegate()) delegate->imagePickerControllerDidFinishPickingMediaWithInfo(picker, *info);
   return true;
+}
+
+nlohmann::ordered_json SimDevice::finishedEvent(const ImagePickerController& picker, const Dictionary& info) {
+  nlohmann::ordered_json e{{"event", "pickerFinished"}};
+  const Value* type = find(info, PickerInfoKey::mediaType);
+  if (type && type->asString()) e["mediaType"] = *type->asString();
+  if (picker.sourceType() == SourceType::camera) {
+    e["cameraDevice"] = SimPickerRules::deviceName(picker.cameraDevice());
+    e["captureMode"] = SimPickerRules::captureModeName(picker.cameraCaptureMode());
+  }
+  return e;
+}
+
+void SimDevice::discardPickerMovie(const Dictionary& info) {
+  // The movie copy made for the hand-over is the picker's own file; a refused
+  // hand-over leaves nothing behind in the temporary directory.
+  const Value* media = find(info, PickerInfoKey::mediaURL);
+  if (const Url* url = media ? media->asUrl() : nullptr; url && url->isFileUrl()) {
+    std::error_code ec;
+    std::filesystem::remove(url->path(), ec);
+  }
+}
+
+std::optional<std::string> SimDevice::pickerRefusal() const {
+  std::lock_guard lock(mutex_);
+  return pickerRefusal_;
 }
 
 bool SimDevice::cancelPicker() {
@@ -246,14 +291,16 @@ std::vector<OpenReason> SimDevice::waitingOn() const {
       out.push_back({"an alert is on the screen waiting for a tap (message: \"" + alert->message() + "\")",
                      OpenReason::NextStep::tapAlert});
     } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
-      // The picker keeps what it cannot hand over, as the phone's does.
+      // The picker keeps what it cannot or will not hand over, as the phone's does.
       std::string failed;
       for (const auto& e : events_->events())
         if (e["event"] == "pickerFailed") failed = e.value("error", "");
-      out.push_back({failed.empty() ? "the picker is on the screen waiting for the user"
-                                    : "the picker could not take the user's choice (" + failed +
-                                          ") and is still on the screen",
-                     OpenReason::NextStep::finishPicker});
+      std::string why = "the picker is on the screen waiting for the user";
+      if (auto refused = pickerRefusal())
+        why = "the picker refused what the user chose (" + *refused + ") and is still on the screen";
+      else if (!failed.empty())
+        why = "the picker could not take the user's choice (" + failed + ") and is still on the screen";
+      out.push_back({why, OpenReason::NextStep::finishPicker});
     }
   }
   return out;

@@ -62,9 +62,16 @@ class SimDevice final : public Screen,
   // The user taps an alert's button (by title, or "settings"/"cancel" for the
   // first/second button). False when no alert is on the screen or no such button.
   bool tapAlertButton(const std::string& which);
-  // The user finishes or cancels the picker on the screen. False when none is.
+  // The user finishes or cancels the picker on the screen. False when none is,
+  // when the user's choice cannot be made, or when the picker's set-up refuses
+  // it (SimPickerRules): then the picker stays on the screen, the refusal is
+  // logged as a "pickerRefused" event and kept in `pickerRefusal`.
   bool finishPicker();
   bool cancelPicker();
+
+  // Why the picker on the screen refused the user's last choice; none when
+  // that choice was not refused.
+  std::optional<std::string> pickerRefusal() const;
 
   // A screen as the user sees it: a picker's configuration or an alert's
   // title, message and buttons, under an "event" key naming it.
@@ -88,6 +95,8 @@ class SimDevice final : public Screen,
 
  private:
   void userActs(const std::shared_ptr<ViewController>& appeared);
+  static nlohmann::ordered_json finishedEvent(const ImagePickerController& picker, const Dictionary& info);
+  static void discardPickerMovie(const Dictionary& info);
 
   mutable std::mutex mutex_;
   SimDeviceState state_;
@@ -99,6 +108,7 @@ class SimDevice final : public Screen,
   // controller holds this device as its screen, so a strong link here would
   // keep the whole screen alive forever.
   std::vector<std::weak_ptr<ViewController>> stack_;
+  std::optional<std::string> pickerRefusal_;
 };
 
 }  // namespace velqor

@@ -75,10 +75,15 @@ void SimLocationService::started(const std::shared_ptr<LocationManager>& manager
     std::lock_guard lock(mutex_);
     startedManagers_.push_back(manager);
   }
+  // Fixes reach a manager only while someone holds it, as a released phone
+  // manager hears nothing more.
+  std::weak_ptr<SimLocationManager> weak = sim;
   for (const auto& fix : fixes_) {
-    delivery_->post([sim, fix, events = events_] {
+    delivery_->post([weak, fix, events = events_] {
+      auto alive = weak.lock();
+      if (!alive) return;
       if (events) events->record({{"event", "locationFix"}, {"latitude", fix.latitude}, {"longitude", fix.longitude}});
-      sim->deliver(fix);
+      alive->deliver(fix);
     });
   }
 }
@@ -92,9 +97,12 @@ void SimLocationService::deliverNow(const LocationFix& fix) {
       if (auto alive = m.lock()) managers.push_back(std::move(alive));
   }
   for (auto& manager : managers) {
-    delivery_->post([sim = std::static_pointer_cast<SimLocationManager>(manager), fix, events = events_] {
+    std::weak_ptr<SimLocationManager> weak = std::static_pointer_cast<SimLocationManager>(manager);
+    delivery_->post([weak, fix, events = events_] {
+      auto alive = weak.lock();
+      if (!alive) return;
       if (events) events->record({{"event", "locationFix"}, {"latitude", fix.latitude}, {"longitude", fix.longitude}});
-      sim->deliver(fix);
+      alive->deliver(fix);
     });
   }
 }

@@ -4,6 +4,8 @@ set -u
 bin="$1"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+# The record of the folders the tool made, and the default library, stay in the scratch tree.
+export XDG_STATE_HOME="$work/state"
 T=(--temp-dir "$work/tmp")
 fail=0
 check() {  # name, expected, actual
@@ -39,6 +41,16 @@ check localize-de "Abbrechen" "$("$bin" localize CANCEL --lang de)"
 check localize-missing "NOPE" "$("$bin" localize NOPE)"
 check localize-no-bundle "" "$("$bin" localize CANCEL --no-bundle)"
 "$bin" take-picture --camera-access bogus >/dev/null 2>&1; check bad-access-exit 2 $?
+check localize-second-choice "Annuler" "$(LANGUAGE=sv:fr "$bin" localize CANCEL)"
+check localize-region-dropped "Abbrechen" "$(LANGUAGE= LC_ALL= LANG=de_AT.UTF-8 "$bin" localize CANCEL)"
+
+# A picker set up for pictures does not take a movie: it stays on the screen, nothing is answered.
+"$bin" sample movie --seconds 0.3 -o "$work/movie.mov" >/dev/null
+"$bin" take-picture --args '[50, 1, 1]' --video "$work/movie.mov" --events "${T[@]}" >"$work/out" 2>"$work/err"
+check refused-exit 3 $?
+grep -q '"event":"pickerRefused"' "$work/out"; check refused-event 0 $?
+grep -q 'set up for pictures only' "$work/err"; check refused-reason 0 $?
+grep -q '"status"' "$work/out"; check refused-no-answer 1 $?
 
 # A portrait camera photo answered as a file keeps its stored pixels and its orientation.
 "$bin" sample camera-jpeg --width 640 --height 480 -o "$work/portrait.jpg" >/dev/null
@@ -55,6 +67,24 @@ ln -s "$work/outside/keep" "$work/tmp/link" && touch "$work/tmp/velqor_photo_1.j
 check cleanup '{"keepCallback":false,"payload":null,"status":"OK"}' "$("$bin" cleanup "${T[@]}")"
 check cleanup-left-outside keep "$(cat "$work/outside/keep")"
 check cleanup-emptied "" "$(ls -A "$work/tmp")"
-"$bin" cleanup --temp-dir / >/dev/null 2>"$work/err"; check cleanup-root-exit 2 $?
-grep -q 'refusing' "$work/err"; check cleanup-root-message 0 $?
+
+# Folder choices that would lose someone's files, on a scratch tree and links to it.
+mkdir -p "$work/project/src" && echo code > "$work/project/src/main.cpp" && echo notes > "$work/project/notes.txt"
+ln -s "$work/project" "$work/link-to-project"
+refused() {  # name, expected message part, command...
+  local name=$1 want=$2; shift 2
+  "$@" >/dev/null 2>"$work/err"; check "$name-exit" 2 $?
+  grep -q "$want" "$work/err"; check "$name-message" 0 $?
+}
+refused cleanup-foreign-folder 'did not write' "$bin" cleanup --temp-dir "$work/project"
+refused cleanup-dot 'did not write' bash -c "cd '$work/project' && '$bin' cleanup --temp-dir ."
+refused cleanup-link 'did not write' "$bin" cleanup --temp-dir "$work/link-to-project"
+refused cleanup-system-tree 'system tree /usr' "$bin" cleanup --temp-dir "$work/link-to-project/../../../usr/local"
+refused library-in-temp 'must not lie in the temporary folder' "$bin" cleanup "${T[@]}" --library "$work/tmp/lib"
+check foreign-files-kept "code notes" "$(cat "$work/project/src/main.cpp" "$work/project/notes.txt" | tr '\n' ' ' | sed 's/ $//')"
+deep=$(printf '%.0s[' $(seq 30000))$(printf '%.0s]' $(seq 30000))
+refused deep-args 'more than 64 deep' "$bin" take-picture --args "$deep" "${T[@]}"
+mkdir -p "$work/W/runs" && echo keep > "$work/W/keep" && echo '{"name":"x","steps":[]}' > "$work/..json"
+refused run-dotdot-stem 'cannot name a run folder' "$bin" run "$work/..json" --work "$work/W/runs"
+check run-left-outside keep "$(cat "$work/W/keep")"
 exit $fail

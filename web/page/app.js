@@ -10,7 +10,10 @@ const ACCESS = ['notDetermined', 'restricted', 'denied', 'authorized', 'limited'
 async function api(path, body) {
   const init = body === undefined ? {} : {
     method: 'POST',
-    headers: body instanceof FormData ? {} : {'Content-Type': 'application/json'},
+    // The server refuses state-changing requests without this header, which
+    // a page of another site cannot send.
+    headers: body instanceof FormData ? {'X-Velqor-Request': '1'}
+                                      : {'Content-Type': 'application/json', 'X-Velqor-Request': '1'},
     body: body instanceof FormData ? body : JSON.stringify(body),
   };
   const res = await fetch(path, init);
