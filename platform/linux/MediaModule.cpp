@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <mutex>
@@ -42,7 +43,10 @@ std::vector<std::filesystem::path> searchPath() {
 
 StatusOr<MediaStack*> load() {
   std::string tried;
+  std::vector<std::filesystem::path> seen;
   for (const std::filesystem::path& dir : searchPath()) {
+    if (std::find(seen.begin(), seen.end(), dir) != seen.end()) continue;
+    seen.push_back(dir);
     const auto path = dir / MediaModule::kFileName;
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) {
