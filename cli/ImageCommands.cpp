@@ -13,13 +13,28 @@
 namespace velqor::cli {
 namespace {
 
-std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path) {
+// The bytes of the image file at `path`, or a usage error saying why not.
+std::shared_ptr<const Bytes> readImageFile(const std::string& path) {
   requireReadableFile("FILE", path);
   auto bytes = FileBytes::read(path, 512u << 20);
   if (!bytes.ok()) throw UsageError{path + ": " + bytes.status().message()};
-  auto shared = std::make_shared<const Bytes>(std::move(*bytes));
+  return std::make_shared<const Bytes>(std::move(*bytes));
+}
+
+// The image at `path`, its pixels checked to decode first.
+std::shared_ptr<PlatformImage> openImage(LinuxImageCodec& codec, const std::string& path) {
+  auto shared = readImageFile(path);
   if (Status why = codec.probe(*shared); !why.ok()) throw UsageError{path + ": " + why.message()};
   return codec.imageWithData(shared);
+}
+
+// Why an image that opened could not be encoded: its pixels do not decode
+// (an input error, in the same words as image-info's), or the limits.
+int explainFailure(LinuxImageCodec& codec, const std::string& path, const Bytes& bytes, const PlatformImage& image) {
+  if (Status why = codec.probe(bytes); !why.ok()) throw UsageError{path + ": " + why.message()};
+  Status why = image.checkDecode();
+  Console::error("cannot encode the image" + (why.ok() ? std::string() : ": " + why.message()));
+  return kExitFailure;
 }
 
 double millisSince(std::chrono::steady_clock::time_point t) {
@@ -53,7 +68,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
 
   static std::string fitPath, fitOut;
   static double fitWidth = 0, fitHeight = 0;
-  static bool fitCorrect = false, fitPng = false;
+  static bool fitCorrect = false, fitPng = false, fitWhole = false;
   static int fitQuality = 50;
   auto* fit = app.add_subcommand("image-fit", "Correct, fit and encode one image, as a capture would");
   fit->add_option("FILE", fitPath, "The image file")->required();
@@ -62,15 +77,22 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
   fit->add_flag("--correct-orientation", fitCorrect, "Turn the stored pixels upright first");
   fit->add_flag("--png", fitPng, "Encode as PNG");
   fit->add_option("--quality", fitQuality, "JPEG quality, 0-100 (default 50)")->check(CLI::Range(0, 100));
+  fit->add_flag("--whole-bitmap", fitWhole, "Decode the whole bitmap even where a JPEG could be re-encoded without it");
   fit->add_option("-o,--output", fitOut, "Where to write the result")->required();
   fit->callback([&chosen, fit] {
     refuseTogether(*fit, "--png", "--quality", "PNG is lossless and has no quality");
-    if (fitWidth <= 0 || fitHeight <= 0) throw UsageError{"--width and --height must be positive"};
+    const bool storedSize = fitWidth == 0 && fitHeight == 0;
+    if (!storedSize && (fitWidth <= 0 || fitHeight <= 0))
+      throw UsageError{"--width and --height must be positive, or both 0 for the stored size"};
     chosen.run = [] {
       auto start = std::chrono::steady_clock::now();
       LinuxImageCodec codec;
-      auto image = openImage(codec, fitPath);
-      if (!image) throw UsageError{fitPath + ": not an image this tool decodes"};
+      codec.setReencodeRoads(!fitWhole);
+      // The pixels are decoded once, when encoding; a file whose header
+      // opens but whose pixels do not is explained afterwards.
+      auto bytes = readImageFile(fitPath);
+      auto image = codec.imageWithData(bytes);
+      if (!image) throw UsageError{fitPath + ": " + codec.probe(*bytes).message()};
       if (fitCorrect) image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
       if (image && fitWidth > 0 && fitHeight > 0) {
         auto scaled = ImageGeometry::imageByScalingNotCroppingForSize(*image, {fitWidth, fitHeight});
@@ -81,11 +103,7 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         return kExitFailure;
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
-      if (!encoded) {
-        Status why = image->checkDecode();
-        Console::error("cannot encode the image" + (why.ok() ? std::string() : ": " + why.message()));
-        return kExitFailure;
-      }
+      if (!encoded) return explainFailure(codec, fitPath, *bytes, *image);
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {
         Console::error(fitOut + ": " + s.message());
         return kExitFailure;

@@ -13,7 +13,7 @@
 #include "host/ValueJson.h"
 #include "platform/ExportSession.h"
 #include "platform/StringsFile.h"
-#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
@@ -146,7 +146,7 @@ int scenarioFile(const std::uint8_t* data, std::size_t size) {
 }
 
 int movieExport(const std::uint8_t* data, std::size_t size) {
-  static FfmpegMediaExport exporter;
+  static LazyMediaExport exporter;
   const std::string input = scratch() + "/input.mov";
   const std::string output = scratch() + "/output.mp4";
   std::error_code ec;

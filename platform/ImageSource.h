@@ -7,6 +7,7 @@
 #include "host/StatusOr.h"
 #include "host/Value.h"
 #include "platform/Bitmap.h"
+#include "platform/Resampler.h"
 
 namespace velqor {
 
@@ -35,11 +36,22 @@ class ImageSource {
   // minWidth x minHeight (the full size when no smaller one is). The bitmap
   // carries the source's colour profile.
   virtual StatusOr<Bitmap> decode(int minWidth, int minHeight) const = 0;
+  // `decode(minWidth, minHeight)` resized to exactly width x height by
+  // Resampler. A codec that can resize rows as they are decoded overrides it
+  // with the same pixels and without the full-size bitmap.
+  virtual StatusOr<Bitmap> decodeResized(int minWidth, int minHeight, int width, int height) const {
+    ASSIGN_OR_RETURN(Bitmap decoded, decode(minWidth, minHeight));
+    if (decoded.width == width && decoded.height == height) return decoded;
+    return Resampler::resize(decoded, width, height);
+  }
   // Why `decode` with these sizes would exceed the limits, without decoding;
   // ok when it fits.
   virtual Status checkDecode(int minWidth, int minHeight) const = 0;
   // The source's colour profile as ICC bytes (an RGB profile), or none for sRGB.
   virtual std::shared_ptr<const Bytes> iccProfile() const = 0;
+  // The encoded bytes the pixels come from, for a codec that can re-encode
+  // them without holding a whole decoded bitmap; none when they are not kept.
+  virtual std::shared_ptr<const Bytes> encodedBytes() const { return nullptr; }
 };
 
 }  // namespace velqor

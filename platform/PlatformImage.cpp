@@ -71,6 +71,12 @@ std::string PlatformImage::sourceTypeName() const {
              : "";
 }
 
+bool PlatformImage::isSourcePermuted() const {
+  if (!source_) return false;
+  const bool swap = swapsAxes(transform_);
+  return (swap ? height_ : width_) == source_->width() && (swap ? width_ : height_) == source_->height();
+}
+
 std::pair<int, int> PlatformImage::decodeRequest() const {
   // Decode at the smallest codec scale that leaves at least 1.5 times what is
   // kept, in the source's own frame: for a 12 MP photo fitted to 1024 that is
@@ -92,11 +98,10 @@ StatusOr<Bitmap> PlatformImage::pixels() const {
   if (bitmap_) return *bitmap_;
   if (!source_) return Status::failedPrecondition("the image has no bitmap");
   const auto [minW, minH] = decodeRequest();
-  ASSIGN_OR_RETURN(Bitmap decoded, source_->decode(minW, minH));
   // Resize in the source's frame first: the permutation then moves the fewest pixels.
   const bool swap = swapsAxes(transform_);
   const int needW = swap ? height_ : width_, needH = swap ? width_ : height_;
-  if (decoded.width != needW || decoded.height != needH) decoded = Resampler::resize(decoded, needW, needH);
+  ASSIGN_OR_RETURN(Bitmap decoded, source_->decodeResized(minW, minH, needW, needH));
   Bitmap out = applyDihedral(decoded, transform_);
   out.iccProfile = iccProfile_;
   return out;

@@ -68,6 +68,14 @@ class PlatformImage final : public PlatformObject {
   // The colour profile the pixels are in (ICC bytes), or none for sRGB.
   const std::shared_ptr<const Bytes>& iccProfile() const { return iccProfile_; }
 
+  // The undecoded source and the permutation drawing applied to it; null for a
+  // bitmap image. `isSourcePermuted` says the pixels are exactly the source's,
+  // permuted by `transform` and not resized, so an encoder may take them
+  // straight from the source.
+  const std::shared_ptr<const ImageSource>& source() const { return source_; }
+  Dihedral transform() const { return transform_; }
+  bool isSourcePermuted() const;
+
   // A new image of `width` x `height` pixels whose pixels are this image's
   // stored bitmap permuted by `t` and resized; its orientation is `orientation`.
   std::shared_ptr<PlatformImage> drawn(Dihedral t, int width, int height, int orientation) const;

@@ -13,7 +13,7 @@ prefix="$work/prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for wanted in "lib*/libvelqor_camera.so.[0-9]*" "lib*/cmake/VelqorCamera/VelqorCameraConfig.cmake" \
               "lib*/pkgconfig/velqor-camera.pc" "include/velqor/CameraSession.h" "bin/velqor-camera" \
-              "share/velqor-camera/Velqor.bundle" "share/velqor-camera/page/index.html" \
+              "lib*/libvelqor_media.so" "share/velqor-camera/Velqor.bundle" "share/velqor-camera/page/index.html" \
               "share/man/man1/velqor-camera.1" "share/bash-completion/completions/velqor-camera"; do
   # shellcheck disable=SC2086
   if ! ls -d "$prefix"/$wanted >/dev/null 2>&1; then echo "embed-check: missing $wanted"; exit 1; fi
@@ -40,10 +40,30 @@ for program in "$work/cmake-build/embed_capture" "$work/embed_capture_pc"; do
     *) echo "embed-check: unexpected answer from $program"; exit 1 ;;
   esac
 done
+# Movies go through the media module: the installed program and the installed
+# library each load it from the prefix, not from the build tree.
+moduleFrom() {  # the libvelqor_media.so the dynamic loader opened for the command
+  LD_DEBUG=files "$@" 2>&1 >/dev/null | grep -o 'file=[^ ]*libvelqor_media.so' | head -1 | sed 's/^file=//'
+}
+module=$(moduleFrom "$prefix/bin/velqor-camera" sample movie --seconds 1 -o "$work/clip.mov")
+case $module in
+  "$prefix"/lib*/libvelqor_media.so) ;;
+  *) echo "embed-check: the installed program loaded the media module from [${module}]"; exit 1 ;;
+esac
+module=$(moduleFrom "$work/cmake-build/embed_capture" "$work/clip.mov")
+case $module in
+  "$prefix"/lib*/libvelqor_media.so) ;;
+  *) echo "embed-check: the installed library loaded the media module from [${module}]"; exit 1 ;;
+esac
+line=$("$work/cmake-build/embed_capture" "$work/clip.mov")
+case $line in
+  *'"payload":{"callbackURI":"file://'*'.mp4"'*'"status":"OK"}') echo "${line:0:100}..." ;;
+  *) echo "embed-check: unexpected answer for a movie: $line"; exit 1 ;;
+esac
 # The installed program finds its bundle through the prefix, also when copied elsewhere.
 cp "$prefix/bin/velqor-camera" "$work/copied"
 [ "$(VELQOR_CAMERA_DATA_DIR="$prefix/share/velqor-camera" "$work/copied" localize CANCEL --lang de)" = Abbrechen ] \
   || { echo "embed-check: the environment override does not find the bundle"; exit 1; }
 [ "$("$prefix/bin/velqor-camera" localize CANCEL --lang fr)" = Annuler ] \
   || { echo "embed-check: the installed program does not find its bundle"; exit 1; }
-echo "embed-check: 2 passed, 0 failed"
+echo "embed-check: 5 passed, 0 failed"

@@ -29,7 +29,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   }
   ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
   ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(libraryPath));
-  s->export_ = std::make_shared<FfmpegMediaExport>();
+  s->export_ = std::make_shared<LazyMediaExport>();
   s->main_ = std::make_shared<ManualExecutor>("main");
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");
   s->platform_ = std::make_shared<ThreadPool>(1, "platform");

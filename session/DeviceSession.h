@@ -10,7 +10,7 @@
 #include "host/StatusOr.h"
 #include "host/ThreadPool.h"
 #include "host/Watchdog.h"
-#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/OpenReason.h"
@@ -90,7 +90,7 @@ class DeviceSession {
   std::shared_ptr<SimLocationService> location_;
   std::shared_ptr<GpsdLocationService> gpsd_;
   std::shared_ptr<SqlitePhotoLibrary> library_;
-  std::shared_ptr<FfmpegMediaExport> export_;
+  std::shared_ptr<LazyMediaExport> export_;
   std::shared_ptr<Watchdog> watchdog_ = std::make_shared<Watchdog>();
   PlatformServices services_;
   std::unique_ptr<VelqorCameraPlugin> plugin_;

@@ -1,10 +1,5 @@
 #include "session/MediaFacts.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -14,6 +9,7 @@ extern "C" {
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
+#include "platform/linux/MediaModule.h"
 #include "results/ImageGeometry.h"
 #include "session/HtmlText.h"
 #include "session/MovieStill.h"
@@ -25,11 +21,6 @@ namespace {
 
 constexpr std::uint64_t kMaxReadBytes = std::uint64_t{256} << 20;
 
-struct FormatContextCloser {
-  void operator()(AVFormatContext* c) const noexcept { avformat_close_input(&c); }
-};
-using FormatContext = std::unique_ptr<AVFormatContext, FormatContextCloser>;
-
 std::string formatOfImage(const Bytes& b) {
   if (b.size() > 3 && b[0] == 0xFF && b[1] == 0xD8) return "JPEG";
   if (b.size() > 8 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G') return "PNG";
@@ -37,29 +28,17 @@ std::string formatOfImage(const Bytes& b) {
   return "image";
 }
 
-// Movie facts through libavformat; false when FFmpeg reads no movie there.
+// Movie facts through the media module; false when it reads no movie there.
 bool readMovie(const std::string& path, MediaFacts& facts) {
-  av_log_set_level(AV_LOG_QUIET);
-  AVFormatContext* raw = nullptr;
-  if (avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, nullptr) < 0) return false;
-  FormatContext ctx(raw);
-  if (avformat_find_stream_info(ctx.get(), nullptr) < 0) return false;
-  bool any = false;
-  for (unsigned i = 0; i < ctx->nb_streams; ++i) {
-    const AVCodecParameters* p = ctx->streams[i]->codecpar;
-    if (p->codec_type != AVMEDIA_TYPE_VIDEO && p->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-    any = true;
-    if (p->codec_type == AVMEDIA_TYPE_VIDEO && facts.width == 0) {
-      facts.width = p->width;
-      facts.height = p->height;
-    }
-    facts.tracks += (facts.tracks.empty() ? "" : ", ") + std::string(avcodec_get_name(p->codec_id)) +
-                    (p->codec_type == AVMEDIA_TYPE_VIDEO ? " video" : " audio");
-  }
-  if (!any) return false;
-  facts.seconds = ctx->duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(ctx->duration) / AV_TIME_BASE;
-  const std::string name = ctx->iformat->name;
-  facts.format = name.find("mp4") != std::string::npos ? (path.ends_with(".mov") ? "QuickTime" : "MPEG-4") : name;
+  auto stack = MediaModule::stack();
+  if (!stack.ok()) return false;
+  auto movie = (*stack)->movieSummary(path);
+  if (!movie) return false;
+  facts.width = movie->width;
+  facts.height = movie->height;
+  facts.seconds = movie->seconds;
+  facts.tracks = movie->tracks;
+  facts.format = movie->format;
   return true;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
@@ -66,7 +66,7 @@ class MediaHarness : public PluginHarness {
   std::shared_ptr<SqlitePhotoLibrary> library_;
   std::shared_ptr<ManualExecutor> locationQueue_ = std::make_shared<ManualExecutor>("location");
   std::shared_ptr<SimLocationService> location_;
-  std::shared_ptr<FfmpegMediaExport> export_ = std::make_shared<FfmpegMediaExport>();
+  std::shared_ptr<LazyMediaExport> export_ = std::make_shared<LazyMediaExport>();
 };
 
 }  // namespace velqor::testing

@@ -13,7 +13,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
-#include "platform/linux/AvHandles.h"
+#include "media/AvHandles.h"
 
 namespace velqor::testing {
 

@@ -1,5 +1,6 @@
-// embed_capture PHOTO: one camera capture of PHOTO on the simulated phone,
-// through the installed VelqorCamera library. Prints the answer line and
+// embed_capture FILE: one camera capture of FILE on the simulated phone,
+// through the installed VelqorCamera library: a photo answered as a data URL,
+// or, for a .mov or .mp4 FILE, a movie recorded and answered as a file URL. Prints the answer line and
 // exits 0 when the plug-in answered, 3 when the command stayed open, 2 on a
 // usage or set-up error.
 #include <chrono>
@@ -13,14 +14,16 @@
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::cerr << "usage: embed_capture PHOTO\n";
+    std::cerr << "usage: embed_capture PHOTO|MOVIE\n";
     return 2;
   }
   // A temporary directory and library of this run's own: `cleanup:` empties
   // the temporary directory, so it must never be a shared one.
   const auto work = std::filesystem::temp_directory_path() / ("embed_capture-" + std::to_string(::getpid()));
+  const std::string extension = std::filesystem::path(argv[1]).extension().string();
+  const bool movie = extension == ".mov" || extension == ".mp4";
   velqor::DeviceSetup setup;
-  setup.pickerAction = velqor::DeviceSetup::PickerAction::photo;
+  setup.pickerAction = movie ? velqor::DeviceSetup::PickerAction::video : velqor::DeviceSetup::PickerAction::photo;
   setup.pickerFile = argv[1];
   setup.temporaryDirectory = (work / "tmp").string();
   setup.libraryDirectory = (work / "library").string();
@@ -31,8 +34,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   velqor::CameraPlugin& plugin = (*session)->plugin();
-  // A data URL answer: the result travels in the answer, nothing is left on disk.
-  auto id = plugin.callCommand("takePicture:", "[50, 0, 1, 640, 480]");
+  // A photo as a data URL: the result travels in the answer. A movie as a
+  // file URL (mediaType 1): the file lies in this run's folder, removed below.
+  auto id = plugin.callCommand("takePicture:", movie ? "[50, 1, 1, null, null, 0, 1]" : "[50, 0, 1, 640, 480]");
   if (!id.ok()) {
     std::cerr << "embed_capture: " << id.status().message() << "\n";
     return 2;

@@ -3,7 +3,7 @@
 #include <thread>
 
 #include "host/ThreadPool.h"
-#include "platform/linux/FfmpegMediaExport.h"
+#include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
@@ -35,7 +35,7 @@ PlatformServices DefaultPlatform::services() {
     s.imageCodec = std::make_shared<LinuxImageCodec>();
     s.locationService = std::make_shared<SimLocationService>(std::vector<LocationFix>{}, platformQueue, events);
     if (auto library = SqlitePhotoLibrary::open(SqlitePhotoLibrary::defaultPath()); library.ok()) s.photoLibrary = *library;
-    s.mediaExport = std::make_shared<FfmpegMediaExport>();
+    s.mediaExport = std::make_shared<LazyMediaExport>();
     return s;
   }();
   return shared;

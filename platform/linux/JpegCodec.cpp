@@ -91,6 +91,7 @@ class JpegSource final : public ImageSource {
   int height() const override { return header_.height; }
   std::string typeName() const override { return "jpeg"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+  std::shared_ptr<const Bytes> encodedBytes() const override { return bytes_; }
 
   Status checkDecode(int minWidth, int minHeight) const override {
     const tjscalingfactor f = scaleFor(header_, minWidth, minHeight);

@@ -38,19 +38,9 @@ bool compress(Compression& c, const Bitmap& bitmap, int quality, const Bytes& ex
   c.info.image_height = static_cast<JDIMENSION>(bitmap.height);
   c.info.input_components = bitmap.channels;
   c.info.in_color_space = inputSpace(bitmap.channels);
-  jpeg_set_defaults(&c.info);
-  jpeg_set_quality(&c.info, quality, TRUE);
-  if (bitmap.channels != 1 && quality >= 90) {
-    c.info.comp_info[0].h_samp_factor = 1;
-    c.info.comp_info[0].v_samp_factor = 1;
-  }
-  // An EXIF file starts with its APP1; JFIF and EXIF headers do not mix.
-  if (!exifApp1.empty()) c.info.write_JFIF_header = FALSE;
+  JpegEncoder::configure(c.info, quality, !exifApp1.empty());
   jpeg_start_compress(&c.info, TRUE);
-  if (!exifApp1.empty())
-    jpeg_write_marker(&c.info, JPEG_APP0 + 1, exifApp1.data(), static_cast<unsigned>(exifApp1.size()));
-  if (bitmap.iccProfile && !bitmap.iccProfile->empty())
-    jpeg_write_icc_profile(&c.info, bitmap.iccProfile->data(), static_cast<unsigned>(bitmap.iccProfile->size()));
+  JpegEncoder::writeMarkers(c.info, exifApp1, bitmap.iccProfile.get());
   while (c.info.next_scanline < c.info.image_height) {
     JSAMPROW row = const_cast<JSAMPROW>(bitmap.row(static_cast<int>(c.info.next_scanline)));
     jpeg_write_scanlines(&c.info, &row, 1);
@@ -60,6 +50,32 @@ bool compress(Compression& c, const Bitmap& bitmap, int quality, const Bytes& ex
 }
 
 }  // namespace
+
+void JpegEncoder::configure(jpeg_compress_struct& info, int quality, bool withExif) {
+  jpeg_set_defaults(&info);
+  jpeg_set_quality(&info, quality, TRUE);
+  if (info.input_components != 1 && quality >= 90) {
+    info.comp_info[0].h_samp_factor = 1;
+    info.comp_info[0].v_samp_factor = 1;
+  }
+  // An EXIF file starts with its APP1; JFIF and EXIF headers do not mix.
+  if (withExif) info.write_JFIF_header = FALSE;
+}
+
+void JpegEncoder::writeMarkers(jpeg_compress_struct& info, const Bytes& exifApp1, const Bytes* iccProfile) {
+  if (!exifApp1.empty())
+    jpeg_write_marker(&info, JPEG_APP0 + 1, exifApp1.data(), static_cast<unsigned>(exifApp1.size()));
+  if (iccProfile && !iccProfile->empty())
+    jpeg_write_icc_profile(&info, iccProfile->data(), static_cast<unsigned>(iccProfile->size()));
+}
+
+size_t JpegEncoder::expectedBytes(size_t sourceBytes, int quality) {
+  // A camera file is near quality 90: finer quality costs up to twice its
+  // size, the default 50 about a third of it.
+  if (quality >= 95) return sourceBytes * 2;
+  if (quality >= 85) return sourceBytes;
+  return sourceBytes / 2;
+}
 
 StatusOr<Bytes> JpegEncoder::encode(const Bitmap& bitmap, int quality, const Bytes& exifApp1) {
   if (bitmap.empty()) return Status::invalidArgument("cannot encode an empty bitmap");

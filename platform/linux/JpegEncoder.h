@@ -4,6 +4,8 @@
 #include "host/Value.h"
 #include "platform/Bitmap.h"
 
+struct jpeg_compress_struct;
+
 namespace velqor {
 
 // JPEG encoding on libjpeg-turbo's libjpeg API, which can write markers: the
@@ -18,6 +20,17 @@ class JpegEncoder {
   // `quality` is libjpeg's 1-100; `exifApp1` the APP1 payload ("Exif\0\0"
   // and a TIFF structure) or empty for none.
   static StatusOr<Bytes> encode(const Bitmap& bitmap, int quality, const Bytes& exifApp1);
+
+  // The settings every JPEG this project writes shares, for a compressor whose
+  // size, components and input colour space are set: defaults, quality, chroma
+  // sampling, and no JFIF header when an EXIF one will be written.
+  static void configure(jpeg_compress_struct& info, int quality, bool withExif);
+  // The EXIF APP1 (when not empty) and the ICC profile (when given), right
+  // after the compression started.
+  static void writeMarkers(jpeg_compress_struct& info, const Bytes& exifApp1, const Bytes* iccProfile);
+  // A first guess at the size of a re-encode of a `sourceBytes` JPEG, so the
+  // output buffer seldom grows (each growth copies it).
+  static size_t expectedBytes(size_t sourceBytes, int quality);
 };
 
 }  // namespace velqor

@@ -6,6 +6,7 @@
 #include "platform/linux/HeifCodec.h"
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/JpegCodec.h"
+#include "platform/linux/JpegReencoder.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/TiffCodec.h"
 #include "platform/linux/WebpCodec.h"
@@ -50,12 +51,29 @@ Status LinuxImageCodec::probe(std::span<const std::uint8_t> bytes) {
 }
 
 std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& image, double quality) {
+  if (auto reencoded = reencodeJpegSource(image, quality)) return reencoded;
   auto bitmap = image.cgImage();
   if (!bitmap) return std::nullopt;
   // The stored pixels as they are, with the orientation that turns them upright.
   auto out = JpegCodec::encode(*bitmap, quality, ImageOrientation::toExif(image.imageOrientation()));
   if (!out.ok()) return std::nullopt;
   return std::move(*out);
+}
+
+std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& image, double quality) const {
+  // Only the stored pixels, permuted at most, within the limits a full decode
+  // would meet: then the answer is the same pixels without the whole bitmap.
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg" ||
+      !image.checkDecode().ok())
+    return std::nullopt;
+  auto bytes = image.source()->encodedBytes();
+  if (!bytes) return std::nullopt;
+  const int orientation = ImageOrientation::toExif(image.imageOrientation());
+  JpegReencodeRequest request{JpegCodec::libjpegQuality(quality), image.transform(),
+                              orientation == 1 ? Bytes{} : ExifOrientation::app1(orientation), image.iccProfile()};
+  auto out = JpegReencoder::reencode(*bytes, request, limits_);
+  if (!out.ok()) return std::nullopt;
+  return std::move(out->bytes);
 }
 
 std::optional<Bytes> LinuxImageCodec::pngRepresentation(const PlatformImage& image) {

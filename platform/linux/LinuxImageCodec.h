@@ -28,11 +28,20 @@ class LinuxImageCodec final : public ImageCodec {
   std::optional<Dictionary> imageProperties(std::span<const std::uint8_t> bytes) override;
   const DecodeLimits& limits() const override { return limits_; }
 
+  // Off: every JPEG representation decodes the whole bitmap, the road the
+  // re-encodes are measured against (benchmarks compare the two).
+  void setReencodeRoads(bool on) { reencodeRoads_ = on; }
+
   // The source for bytes, whatever their container.
   StatusOr<std::shared_ptr<const ImageSource>> source(std::shared_ptr<const Bytes> bytes) const;
 
  private:
+  // A JPEG source drawn only by permutation, re-encoded from its own bytes
+  // (JpegReencoder); none when no such road takes it.
+  std::optional<Bytes> reencodeJpegSource(const PlatformImage& image, double quality) const;
+
   DecodeLimits limits_;
+  bool reencodeRoads_ = true;
 };
 
 }  // namespace velqor

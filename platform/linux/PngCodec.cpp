@@ -5,8 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "platform/IccProfiles.h"
+#include "platform/RowHandOff.h"
+#include "platform/RowResampler.h"
 
 namespace velqor {
 namespace {
@@ -16,6 +19,8 @@ struct SpngDeleter {
 };
 using SpngContext = std::unique_ptr<spng_ctx, SpngDeleter>;
 
+constexpr int kStripRows = 16;  // rows handed from the decoding thread at a time
+constexpr int kStrips = 4;
 constexpr size_t kChunkLimit = 8u << 20;   // one ancillary chunk
 constexpr size_t kChunkCache = 32u << 20;  // all of them
 
@@ -36,14 +41,33 @@ std::shared_ptr<const Bytes> readProfile(spng_ctx* ctx) {
       std::span<const std::uint8_t>(reinterpret_cast<const std::uint8_t*>(iccp.profile), iccp.profile_len));
 }
 
+// True for 8-bit truecolor without a transparent colour.
+bool plainRgb(spng_ctx* ctx) {
+  spng_ihdr ihdr{};
+  spng_trns trns{};
+  return spng_get_ihdr(ctx, &ihdr) == 0 && ihdr.color_type == SPNG_COLOR_TYPE_TRUECOLOR && ihdr.bit_depth == 8 &&
+         spng_get_trns(ctx, &trns) != 0;
+}
+
+// RGB pixels as RGBA with every pixel opaque, as the decoder hands them out.
+Bitmap opaque(const Bitmap& rgb) {
+  Bitmap out(rgb.width, rgb.height, 4);
+  for (size_t p = 0, q = 0; p < rgb.pixels.size(); p += 3, q += 4) {
+    std::memcpy(&out.pixels[q], &rgb.pixels[p], 3);
+    out.pixels[q + 3] = 255;
+  }
+  return out;
+}
+
 class PngSource final : public ImageSource {
  public:
-  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h, std::shared_ptr<const Bytes> profile)
-      : bytes_(std::move(bytes)), w_(w), h_(h), profile_(std::move(profile)) {}
+  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h, bool interlaced, std::shared_ptr<const Bytes> profile)
+      : bytes_(std::move(bytes)), w_(w), h_(h), interlaced_(interlaced), profile_(std::move(profile)) {}
   int width() const override { return w_; }
   int height() const override { return h_; }
   std::string typeName() const override { return "png"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
+  std::shared_ptr<const Bytes> encodedBytes() const override { return bytes_; }
   // The header was checked against the limits, and PNG decodes at one size only.
   Status checkDecode(int, int) const override { return Status::okStatus(); }
 
@@ -61,9 +85,60 @@ class PngSource final : public ImageSource {
     return out;
   }
 
+  // A shrinking height is resampled as rows arrive: one thread inflates and
+  // unfilters strips of rows, this one sums them into the output rows.
+  StatusOr<Bitmap> decodeResized(int minWidth, int minHeight, int width, int height) const override {
+    if (interlaced_ || width <= 0 || height <= 0 || height >= h_)
+      return ImageSource::decodeResized(minWidth, minHeight, width, height);
+    SpngContext ctx = decoder(*bytes_);
+    if (!ctx) return Status::internal("cannot start a PNG decoder");
+    // 8-bit RGB rows come out as stored (a copy, not a per-pixel conversion)
+    // and resample alike on three channels: the alpha every other row would
+    // carry is 255 throughout, and stays 255.
+    const bool rgb = plainRgb(ctx.get());
+    if (int rc = spng_decode_image(ctx.get(), nullptr, 0, rgb ? SPNG_FMT_PNG : SPNG_FMT_RGBA8,
+                                   SPNG_DECODE_TRNS | SPNG_DECODE_PROGRESSIVE);
+        rc != 0)
+      return Status::dataLoss(std::string("cannot decode PNG: ") + spng_strerror(rc));
+    const int channels = rgb ? 3 : 4;
+    const size_t stride = static_cast<size_t>(w_) * channels;
+    RowHandOff handOff(stride * kStripRows, kStrips);
+    int failure = 0;
+    std::thread decoding([&] { failure = decodeStrips(ctx.get(), handOff, stride); });
+    RowResampler resampler(w_, h_, channels, width, height);
+    while (auto strip = handOff.next()) {
+      for (int i = 0; i < strip->rows; ++i) resampler.push(strip->data + stride * static_cast<size_t>(i));
+      handOff.release();
+    }
+    decoding.join();
+    if (!handOff.producerSucceeded()) return Status::dataLoss(std::string("cannot decode PNG: ") + spng_strerror(failure));
+    Bitmap out = rgb ? opaque(resampler.take()) : resampler.take();
+    out.iccProfile = profile_;
+    return out;
+  }
+
  private:
+  // Every row in strips; 0 or the libspng error that stopped it.
+  int decodeStrips(spng_ctx* ctx, RowHandOff& handOff, size_t stride) const {
+    int rc = 0;
+    for (int row = 0; row < h_ && rc == 0;) {
+      std::uint8_t* strip = handOff.acquire();
+      if (!strip) break;
+      int rows = 0;
+      while (rows < kStripRows && row < h_ && rc == 0) {
+        rc = spng_decode_row(ctx, strip + stride * static_cast<size_t>(rows), stride);
+        if (rc == 0 || rc == SPNG_EOI) ++rows, ++row;
+      }
+      if (rc == SPNG_EOI) rc = row == h_ ? 0 : SPNG_EOI;
+      if (rc == 0) handOff.publish(rows);
+    }
+    handOff.finish(rc == 0);
+    return rc;
+  }
+
   std::shared_ptr<const Bytes> bytes_;
   int w_, h_;
+  bool interlaced_;
   std::shared_ptr<const Bytes> profile_;
 };
 
@@ -91,7 +166,8 @@ StatusOr<std::shared_ptr<const ImageSource>> PngCodec::source(std::shared_ptr<co
   if (pixels * 4 > limits.maxBytes) return Status::resourceExhausted("cannot decode: image exceeds the memory budget");
   auto profile = readProfile(ctx.get());
   return std::shared_ptr<const ImageSource>(std::make_shared<PngSource>(
-      std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height), std::move(profile)));
+      std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height), ihdr.interlace_method != 0,
+      std::move(profile)));
 }
 
 StatusOr<Bytes> PngCodec::encode(const Bitmap& bitmap) {

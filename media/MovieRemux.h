@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/Status.h"
-#include "platform/linux/AvHandles.h"
+#include "media/AvHandles.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/MovieRemux.h"
+#include "media/MovieRemux.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -14,8 +14,8 @@ extern "C" {
 #include <random>
 
 #include "host/VLog.h"
-#include "platform/linux/MovieMetadata.h"
-#include "platform/linux/MovieTracks.h"
+#include "media/MovieMetadata.h"
+#include "media/MovieTracks.h"
 
 namespace velqor {
 namespace {

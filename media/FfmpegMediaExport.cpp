@@ -1,10 +1,10 @@
-#include "platform/linux/FfmpegMediaExport.h"
+#include "media/FfmpegMediaExport.h"
 
 #include <cmath>
 #include <mutex>
 #include <thread>
 
-#include "platform/linux/MovieRemux.h"
+#include "media/MovieRemux.h"
 
 namespace velqor {
 namespace {

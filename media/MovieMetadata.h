@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/Status.h"
-#include "platform/linux/AvHandles.h"
+#include "media/AvHandles.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/MovieTracks.h"
+#include "media/MovieTracks.h"
 
 #include <cstring>
 

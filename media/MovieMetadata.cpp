@@ -1,4 +1,4 @@
-#include "platform/linux/MovieMetadata.h"
+#include "media/MovieMetadata.h"
 
 #include <array>
 #include <string>

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/StatusOr.h"
-#include "platform/linux/AvHandles.h"
+#include "media/AvHandles.h"
 
 namespace velqor {
 
