@@ -56,6 +56,14 @@ class MediaHarness : public PluginHarness {
     device_->setState(s);
   }
 
+  // The user records (or picks) the movie at `path` in the picker.
+  void userChoosesMovie(const std::string& path) {
+    SimPickerChoice choice;
+    choice.kind = SimPickerChoice::Kind::video;
+    choice.file = path;
+    userChooses(choice);
+  }
+
   Dictionary payloadOf(const Answer& a) {
     auto* d = std::get_if<Dictionary>(&a.payload);
     return d ? *d : Dictionary{};

@@ -39,10 +39,7 @@ class MovieExport : public MediaHarness, public ::testing::WithParamInterface<Mo
     const std::string recorded = dir_.path(std::string("recorded.") + shape.container);
     const Status made = SampleMovies::make(recorded, shape);
     EXPECT_TRUE(made.ok()) << made;
-    SimPickerChoice choice;
-    choice.kind = SimPickerChoice::Kind::video;
-    choice.file = recorded;
-    userChooses(choice);
+    userChoosesMovie(recorded);
     takePicture("[50, 1, 1, null, null, 0, 1]");
     runAllMedia();
     auto answers = answersFor();

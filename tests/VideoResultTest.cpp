@@ -79,10 +79,7 @@ TEST_P(VideoCapture, RemuxesEveryPacketIntoAFaststartMp4) {
   const auto& c = GetParam();
   std::string movie = recordMovie(c.shape);
   const auto before = FileBytes::read(movie);
-  SimPickerChoice choice;
-  choice.kind = SimPickerChoice::Kind::video;
-  choice.file = movie;
-  userChooses(choice);
+  userChoosesMovie(movie);
   takePicture(c.args);
   runAllMedia();
   auto answers = answersFor();
@@ -122,10 +119,7 @@ INSTANTIATE_TEST_SUITE_P(Movies, VideoCapture,
 
 TEST_F(MovieHarness, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
   MovieSpec s = movieShape(true, true);
-  SimPickerChoice choice;
-  choice.kind = SimPickerChoice::Kind::video;
-  choice.file = recordMovie(s);
-  userChooses(choice);
+  userChoosesMovie(recordMovie(s));
   takePicture("[50, 0, 1, null, null, 0, 1]", "data");
   runAllMedia();
   auto data = answersFor("data");
@@ -166,10 +160,7 @@ TEST_P(HostileMovies, FailTheCaptureWithADescriptionAndWriteNothing) {
   const std::string path = dir_.path("hostile.mov");
   Bytes bytes = GetParam().bytes();
   std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  SimPickerChoice choice;
-  choice.kind = SimPickerChoice::Kind::video;
-  choice.file = path;
-  userChooses(choice);
+  userChoosesMovie(path);
   takePicture("[50, 1, 1, null, null, 0, 1]");
   runAllMedia();
   auto answers = answersFor();
