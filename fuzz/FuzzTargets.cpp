@@ -1,5 +1,7 @@
 #include "fuzz/FuzzTargets.h"
 
+#include <cstdlib>
+
 #include <unistd.h>
 
 #include <filesystem>
@@ -15,6 +17,7 @@
 #include "platform/StringsFile.h"
 #include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/ImageMetadata.h"
+#include "platform/linux/JpegCodec.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
@@ -115,6 +118,9 @@ int imagePipeline(const std::uint8_t* data, std::size_t size) {
   static LinuxImageCodec codec;
   auto bytes = std::make_shared<const Bytes>(data, data + size);
   if (!codec.probe(*bytes).ok()) return 0;
+  // The probe checks a JPEG's markers without decoding it; what it passes must decode.
+  if (JpegCodec::looksLike(*bytes))
+    if (auto source = JpegCodec::source(bytes, codec.limits()); source.ok() && !(*source)->decode(1, 1).ok()) std::abort();
   auto image = codec.imageWithData(bytes);
   if (!image) return 0;
   image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());

@@ -60,12 +60,10 @@ HostRuntime::RunResult HostRuntime::runUntilAnswered(const std::string& callback
   for (;;) {
     mainQueue_->runPending();
     if (answers_->isAnswered(callbackId)) return RunResult::answered;
-    if (everythingIdle()) {
-      // Another source may be about to post; look twice before calling it quiet.
-      if (!mainQueue_->waitForWork(std::chrono::milliseconds(5)) && everythingIdle())
-        return RunResult::quiescent;
-      continue;
-    }
+    // Every source posts its follow-up work before it reports idle, and the
+    // sources are asked before the queue: all idle and nothing queued means
+    // nothing more can come.
+    if (everythingIdle()) return RunResult::quiescent;
     if (std::chrono::steady_clock::now() >= deadline) return RunResult::timedOut;
     mainQueue_->waitForWork(std::chrono::milliseconds(2));
   }
@@ -75,9 +73,7 @@ bool HostRuntime::runUntilQuiescent(std::chrono::milliseconds timeout) {
   auto deadline = std::chrono::steady_clock::now() + timeout;
   for (;;) {
     mainQueue_->runPending();
-    if (everythingIdle() && !mainQueue_->waitForWork(std::chrono::milliseconds(5)) &&
-        everythingIdle())
-      return true;
+    if (everythingIdle()) return true;
     if (std::chrono::steady_clock::now() >= deadline) return false;
     mainQueue_->waitForWork(std::chrono::milliseconds(2));
   }

@@ -23,7 +23,9 @@ namespace velqor {
 class HostRuntime {
  public:
   // Something besides the main queue that may still produce work: the worker
-  // pool, a platform queue, a pending location fix.
+  // pool, a platform queue, a pending location fix. `idle` must stay false
+  // until the source has posted whatever its work leads to: quiescence is
+  // decided from these answers alone, without waiting to see.
   struct ActivitySource {
     std::string name;
     std::function<bool()> idle;

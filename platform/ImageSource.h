@@ -44,6 +44,9 @@ class ImageSource {
     if (decoded.width == width && decoded.height == height) return decoded;
     return Resampler::resize(decoded, width, height);
   }
+  // Whether the pixels decode at all: why not, or ok. By default a decode at
+  // the smallest size; a codec that can tell without decoding overrides it.
+  virtual Status checkPixels() const { return decode(1, 1).status(); }
   // Why `decode` with these sizes would exceed the limits, without decoding;
   // ok when it fits.
   virtual Status checkDecode(int minWidth, int minHeight) const = 0;

@@ -10,6 +10,7 @@
 #include "platform/linux/ExifOrientation.h"
 #include "platform/linux/JpegEncoder.h"
 #include "platform/linux/JpegProfileReader.h"
+#include "platform/linux/JpegSkeleton.h"
 
 namespace velqor {
 namespace {
@@ -126,6 +127,13 @@ class JpegSource final : public ImageSource {
       rgb.pixels[q + 2] = static_cast<std::uint8_t>(out.pixels[p + 2] * k / 255);
     }
     return rgb;
+  }
+
+  // The stream's markers decide whether it decodes (see JpegSkeleton), so a
+  // picker can check a camera photo in microseconds, without decoding it.
+  Status checkPixels() const override {
+    RETURN_IF_ERROR(checkDecode(1, 1));
+    return JpegSkeleton::check(*bytes_);
   }
 
  private:

@@ -45,9 +45,8 @@ Status LinuxImageCodec::probe(std::span<const std::uint8_t> bytes) {
   auto copy = std::make_shared<const Bytes>(bytes.begin(), bytes.end());
   auto src = source(copy);
   if (!src.ok()) return src.status();
-  // A header can lie; decode the smallest scale to be sure there are pixels.
-  auto pixels = (*src)->decode(1, 1);
-  return pixels.ok() ? Status::okStatus() : pixels.status();
+  // A header can lie: make sure there are pixels behind it.
+  return (*src)->checkPixels();
 }
 
 std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& image, double quality) {

@@ -75,8 +75,11 @@ StatusOr<Dictionary> SimPickerMedia::info(const SimPickerChoice& choice, ImageCo
   }
   ASSIGN_OR_RETURN(Bytes bytes, FileBytes::read(file, kMaxMedia));
   auto shared = std::make_shared<const Bytes>(std::move(bytes));
-  if (Status why = codec.probe(*shared); !why.ok()) return Status::invalidArgument(file + ": " + why.message());
+  // The picker hands over only an image whose pixels decode; the image's own
+  // source checks that without a second copy of the bytes.
   auto image = codec.imageWithData(shared);
+  const Status why = !image ? codec.probe(*shared) : image->source() ? image->source()->checkPixels() : Status::okStatus();
+  if (!why.ok()) return Status::invalidArgument(file + ": " + why.message());
   if (!image) return Status::invalidArgument(file + ": cannot decode the image");
   info[PickerInfoKey::mediaType] = Value(kUTTypeImage);
   info[PickerInfoKey::originalImage] = Value(std::shared_ptr<PlatformObject>(image));
