@@ -4,10 +4,7 @@
 
 namespace velqor {
 
-ThreadPool::ThreadPool(size_t threads, std::string name) : name_(std::move(name)) {
-  threads = std::max<size_t>(threads, 1);
-  for (size_t i = 0; i < threads; ++i) threads_.emplace_back([this] { workerLoop(); });
-}
+ThreadPool::ThreadPool(size_t threads, std::string name) : name_(std::move(name)), size_(std::max<size_t>(threads, 1)) {}
 
 ThreadPool::~ThreadPool() {
   {
@@ -22,6 +19,8 @@ void ThreadPool::post(UniqueFunction<void()> work) {
   {
     std::lock_guard lock(mutex_);
     queue_.push_back(std::move(work));
+    if (threads_.empty())
+      for (size_t i = 0; i < size_; ++i) threads_.emplace_back([this] { workerLoop(); });
   }
   cv_.notify_one();
 }
@@ -37,6 +36,7 @@ void ThreadPool::waitIdle() {
 }
 
 bool ThreadPool::isPoolThread() const {
+  std::lock_guard lock(mutex_);
   auto id = std::this_thread::get_id();
   return std::any_of(threads_.begin(), threads_.end(),
                      [&](const std::thread& t) { return t.get_id() == id; });

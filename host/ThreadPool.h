@@ -12,7 +12,8 @@
 namespace velqor {
 
 // A fixed set of worker threads sharing one queue: the asynchronous runtime's
-// worker pool, and (with one thread) a serial platform queue.
+// worker pool, and (with one thread) a serial platform queue. The threads
+// start with the first work posted, so a pool nobody uses costs nothing.
 //
 // Threads: `post`, `idle` and `waitIdle` from any thread; the destructor drains
 // the queue and joins, so it must not run on one of the pool's own threads.
@@ -30,6 +31,7 @@ class ThreadPool final : public Executor {
   void workerLoop();
 
   std::string name_;
+  size_t size_;
   mutable std::mutex mutex_;
   std::condition_variable cv_;
   std::condition_variable idleCv_;

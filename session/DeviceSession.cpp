@@ -28,7 +28,9 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
     libraryPath = checkedLibrary.path;
   }
   ASSIGN_OR_RETURN(TemporaryDirectory tmp, TemporaryDirectory::open(tmpPath));
-  ASSIGN_OR_RETURN(s->library_, SqlitePhotoLibrary::open(libraryPath));
+  // Opened when first used: a capture that neither picks from nor saves to
+  // the library never touches it.
+  s->library_ = SqlitePhotoLibrary::openLazily(libraryPath);
   s->export_ = std::make_shared<LazyMediaExport>();
   s->main_ = std::make_shared<ManualExecutor>("main");
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");

@@ -169,6 +169,41 @@ TEST_F(SqliteLibrary, ACorruptIndexIsReportedNotRecreated) {
   EXPECT_EQ(TestDirectory::read(dir_.path("lib/library.sqlite")), std::string(4096, 'Z'));
 }
 
+TEST_F(SqliteLibrary, AnUnusedLibraryIsNeverTouched) {
+  {
+    auto lib = SqlitePhotoLibrary::openLazily(dir_.path("lib"));
+    EXPECT_TRUE(lib->idle());
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir_.path("lib")));
+  auto lib = SqlitePhotoLibrary::openLazily(dir_.path("lib"));
+  auto listed = lib->list();
+  ASSERT_TRUE(listed.ok()) << listed.status();
+  EXPECT_TRUE(listed->empty());
+  EXPECT_TRUE(std::filesystem::exists(dir_.path("lib/library.sqlite")));
+}
+
+TEST_F(SqliteLibrary, ALazyLibraryThatCannotOpenFailsEachUse) {
+  std::filesystem::create_directories(dir_.path("lib"));
+  dir_.write("lib/library.sqlite", std::string(4096, 'Z'));
+  auto lib = SqlitePhotoLibrary::openLazily(dir_.path("lib"));
+  std::optional<PlatformError> error;
+  bool saved = true;
+  lib->performChanges(
+      [](AssetChangeRequests& r) { r.creationRequestForAsset().addResource(1, std::make_shared<const Bytes>(Bytes{'x'})); },
+      [&](bool ok, std::optional<PlatformError> e) {
+        saved = ok;
+        error = std::move(e);
+      });
+  lib->drain();
+  EXPECT_FALSE(saved);
+  ASSERT_TRUE(error);
+  EXPECT_THAT(error->localizedDescription, ::testing::HasSubstr("unusable"));
+  EXPECT_THAT(lib->list().status().message(), ::testing::HasSubstr("unusable"));
+  EXPECT_TRUE(lib->fetchAssetsWithALAssetURLs({*Url::fromString("assets-library://asset/asset.JPG?id=X&ext=JPG")}).empty());
+  EXPECT_EQ(TestDirectory::read(dir_.path("lib/library.sqlite")), std::string(4096, 'Z'));
+  EXPECT_TRUE(std::filesystem::is_empty(dir_.path("lib/staging")));
+}
+
 std::string helperPath() { return std::string(VELQOR_BINARY_DIR) + "/tests/library_crash_child"; }
 
 // The helper's saves start within a few milliseconds; a sanitizer makes its

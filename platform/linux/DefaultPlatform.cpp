@@ -34,7 +34,7 @@ PlatformServices DefaultPlatform::services() {
     device->installInto(s);
     s.imageCodec = std::make_shared<LinuxImageCodec>();
     s.locationService = std::make_shared<SimLocationService>(std::vector<LocationFix>{}, platformQueue, events);
-    if (auto library = SqlitePhotoLibrary::open(SqlitePhotoLibrary::defaultPath()); library.ok()) s.photoLibrary = *library;
+    s.photoLibrary = SqlitePhotoLibrary::openLazily(SqlitePhotoLibrary::defaultPath());
     s.mediaExport = std::make_shared<LazyMediaExport>();
     return s;
   }();

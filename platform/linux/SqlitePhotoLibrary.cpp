@@ -163,8 +163,7 @@ std::string SqlitePhotoLibrary::defaultPath() {
   return std::string(home && *home ? home : "/root") + "/.local/state/velqor-camera/library";
 }
 
-SqlitePhotoLibrary::SqlitePhotoLibrary(std::string directory)
-    : directory_(std::move(directory)), queue_(std::make_unique<ThreadPool>(1, "photo-library")) {}
+SqlitePhotoLibrary::SqlitePhotoLibrary(std::string directory) : directory_(std::move(directory)) {}
 
 SqlitePhotoLibrary::~SqlitePhotoLibrary() {
   queue_.reset();  // runs what is queued, then joins
@@ -172,15 +171,40 @@ SqlitePhotoLibrary::~SqlitePhotoLibrary() {
 }
 
 StatusOr<std::shared_ptr<SqlitePhotoLibrary>> SqlitePhotoLibrary::open(const std::string& directory) {
-  std::error_code ec;
-  fs::create_directories(directory + "/assets", ec);
-  if (ec) return Status::unavailable("cannot create the photo library at " + directory + ": " + ec.message());
-  fs::create_directories(directory + "/staging", ec);
-  if (ec) return Status::unavailable("cannot create the photo library at " + directory + ": " + ec.message());
-  std::shared_ptr<SqlitePhotoLibrary> lib(new SqlitePhotoLibrary(fs::absolute(directory).lexically_normal().string()));
-  RETURN_IF_ERROR(lib->openDatabase());
-  RETURN_IF_ERROR(lib->recover());
+  auto lib = openLazily(directory);
+  RETURN_IF_ERROR(lib->ensureOpen());
   return lib;
+}
+
+std::shared_ptr<SqlitePhotoLibrary> SqlitePhotoLibrary::openLazily(const std::string& directory) {
+  return std::shared_ptr<SqlitePhotoLibrary>(
+      new SqlitePhotoLibrary(fs::absolute(directory).lexically_normal().string()));
+}
+
+Status SqlitePhotoLibrary::ensureOpen() {
+  std::call_once(opened_, [this] {
+    openStatus_ = [this]() -> Status {
+      std::error_code ec;
+      for (const char* sub : {"/assets", "/staging"}) {
+        fs::create_directories(directory_ + sub, ec);
+        if (ec) return Status::unavailable("cannot create the photo library at " + directory_ + ": " + ec.message());
+      }
+      RETURN_IF_ERROR(openDatabase());
+      return recover();
+    }();
+  });
+  return openStatus_;
+}
+
+ThreadPool& SqlitePhotoLibrary::queue() {
+  std::lock_guard lock(queueMutex_);
+  if (!queue_) queue_ = std::make_unique<ThreadPool>(1, "photo-library");
+  return *queue_;
+}
+
+bool SqlitePhotoLibrary::idle() const {
+  std::lock_guard lock(queueMutex_);
+  return !queue_ || queue_->idle();
 }
 
 Status SqlitePhotoLibrary::openDatabase() {
@@ -250,6 +274,7 @@ Status SqlitePhotoLibrary::recover() {
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
     std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources, std::vector<std::string> uuids) {
+  RETURN_IF_ERROR(ensureOpen());
   // Held from the first staged byte: a process opening the library meanwhile
   // must not take our staging files for a crash's leftovers.
   LibraryLock lock(directory_, /*exclusive=*/false);
@@ -341,7 +366,7 @@ StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<
 
 void SqlitePhotoLibrary::performChanges(ChangeBlock block, ChangeDone done) {
   auto self = shared_from_this();
-  queue_->post([self, block = std::move(block), done = std::move(done)]() mutable {
+  queue().post([self, block = std::move(block), done = std::move(done)]() mutable {
     ChangeRequests requests;
     block(requests);
     std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources;
@@ -383,6 +408,7 @@ std::vector<std::shared_ptr<Asset>> SqlitePhotoLibrary::fetchAssetsWithALAssetUR
 }
 
 StatusOr<std::shared_ptr<Asset>> SqlitePhotoLibrary::asset(const std::string& idOrUuid) {
+  RETURN_IF_ERROR(ensureOpen());
   std::string uuid = idOrUuid.substr(0, idOrUuid.find('/'));
   std::lock_guard guard(dbMutex_);
   sqlite3_stmt* raw = nullptr;
@@ -397,7 +423,7 @@ StatusOr<std::shared_ptr<Asset>> SqlitePhotoLibrary::asset(const std::string& id
 void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<Asset>& asset,
                                                         const std::optional<Dictionary>&, ImageDataHandler handler) {
   auto self = shared_from_this();
-  queue_->post([self, asset, handler = std::move(handler)]() mutable {
+  queue().post([self, asset, handler = std::move(handler)]() mutable {
     ImageDataResult result;
     result.info = Dictionary{};
     auto local = std::dynamic_pointer_cast<LibraryAsset>(asset);
@@ -417,6 +443,7 @@ void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<As
 void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& path) {
   // The movie is copied into staging now, on disk rather than through memory,
   // so the caller may delete its file as soon as this returns.
+  if (!ensureOpen().ok()) return;
   LibraryLock lock(directory_, /*exclusive=*/false);
   std::error_code ec;
   const std::string uuid = newUuid();
@@ -430,10 +457,11 @@ void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& pa
   }
   const auto size = static_cast<std::int64_t>(fs::file_size(staging, ec));
   auto self = shared_from_this();
-  queue_->post([self, uuid, ext, staging, size] { self->commitStaged({{uuid, ext, staging, size, true}}); });
+  queue().post([self, uuid, ext, staging, size] { self->commitStaged({{uuid, ext, staging, size, true}}); });
 }
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::list() {
+  RETURN_IF_ERROR(ensureOpen());
   std::lock_guard guard(dbMutex_);
   sqlite3_stmt* raw = nullptr;
   sqlite3_prepare_v2(db_, (std::string(kSelect) + " ORDER BY created, uuid").c_str(), -1, &raw, nullptr);
@@ -468,6 +496,13 @@ Status SqlitePhotoLibrary::remove(const std::string& localIdentifier) {
   return Status::okStatus();
 }
 
-void SqlitePhotoLibrary::drain() { queue_->waitIdle(); }
+void SqlitePhotoLibrary::drain() {
+  ThreadPool* started = nullptr;
+  {
+    std::lock_guard lock(queueMutex_);
+    started = queue_.get();
+  }
+  if (started) started->waitIdle();
+}
 
 }  // namespace velqor

@@ -39,7 +39,13 @@ struct AssetRecord {
 // library's own queue thread.
 class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_from_this<SqlitePhotoLibrary> {
  public:
+  // Opens now: the directory, the index and its recovery; an error says why.
   static StatusOr<std::shared_ptr<SqlitePhotoLibrary>> open(const std::string& directory);
+  // Opens on first use instead: a capture that never reads or saves a picture
+  // touches neither the directory nor the index. A library that then cannot
+  // be opened fails that use (a change reports the error, a lookup finds
+  // nothing, the administration calls return it).
+  static std::shared_ptr<SqlitePhotoLibrary> openLazily(const std::string& directory);
   // $XDG_STATE_HOME/velqor-camera/library, beside (never inside) the temporary directory.
   static std::string defaultPath();
   ~SqlitePhotoLibrary() override;
@@ -57,7 +63,7 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   Status remove(const std::string& localIdentifier);
   // Waits until every queued change has run.
   void drain();
-  bool idle() const { return queue_->idle(); }
+  bool idle() const;
 
   const std::string& directory() const { return directory_; }
   // What opening found and repaired: renames finished, leftovers discarded, rows dropped.
@@ -68,8 +74,13 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
 
  private:
   explicit SqlitePhotoLibrary(std::string directory);
+  // The directory, the index and the recovery, done once; every use of the
+  // index asks first. Before any staging file is written too: recovery
+  // discards staging files no row claims.
+  Status ensureOpen();
   Status openDatabase();
   Status recover();
+  ThreadPool& queue();
   // A file already flushed to the staging directory, waiting for its row.
   struct Staged {
     std::string uuid, extension, path;
@@ -85,7 +96,10 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   std::mutex dbMutex_;
   sqlite3* db_ = nullptr;
   Recovery recovery_;
-  std::unique_ptr<ThreadPool> queue_;
+  std::once_flag opened_;
+  Status openStatus_;
+  mutable std::mutex queueMutex_;
+  std::unique_ptr<ThreadPool> queue_;  // made on first use
 };
 
 }  // namespace velqor
