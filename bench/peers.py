@@ -5,6 +5,8 @@ import os, resource, shutil, statistics, subprocess, sys, tempfile, time
 BIN = os.path.abspath(sys.argv[1])
 ROUNDS = int(os.environ.get("ROUNDS", "5"))
 MOVIE_SECONDS = os.environ.get("MOVIE_SECONDS", "5")
+# CASES="capture vs bare fit|fit 1024, JPEG q50" measures only those rows (names as printed).
+ONLY = [c.strip() for c in os.environ.get("CASES", "").split("|") if c.strip()]
 
 try:
     from PIL import Image, ImageChops, ImageOps, ImageStat
@@ -63,7 +65,7 @@ def main():
     subprocess.run([BIN, "sample", "camera-jpeg", "-o", W("camera.jpg")], check=True, stdout=subprocess.DEVNULL)
     subprocess.run([BIN, "sample", "png", "--width", "4032", "--height", "3024", "-o", W("scene.png")], check=True,
                    stdout=subprocess.DEVNULL)
-    have_ffmpeg = shutil.which("ffmpeg") is not None
+    have_ffmpeg = shutil.which("ffmpeg") is not None and (not ONLY or "remux + faststart" in ONLY)
     if have_ffmpeg:
         subprocess.run([BIN, "sample", "movie", "--noise", "--seconds", MOVIE_SECONDS, "--width", "1280", "--height", "720",
                         "-o", W("movie.mov")], check=True, stdout=subprocess.DEVNULL)
@@ -72,7 +74,7 @@ def main():
     # case -> tool -> (argv, output file)
     cases = {}
     def add(case, tool, argv, out, needs=None):
-        if needs and not needs():
+        if (needs and not needs()) or (ONLY and case not in ONLY):
             return
         cases.setdefault(case, {})[tool] = (argv, out)
     vips = lambda: shutil.which("vipsthumbnail") is not None
@@ -109,7 +111,11 @@ def main():
     samples = {case: {tool: [] for tool in tools} for case, tools in cases.items()}
     for r in range(ROUNDS):
         for case, tools in cases.items():
-            for tool, (argv, _) in tools.items():
+            # Each round starts the case with the next tool, so no tool is always the first
+            # after another case's process (and pays for the caches that one left cold).
+            order = list(tools.items())
+            order = order[r % len(order):] + order[:r % len(order)]
+            for tool, (argv, _) in order:
                 if argv[1] == "take-picture":  # fresh temporary directory every round
                     shutil.rmtree(argv[argv.index("--temp-dir") + 1], ignore_errors=True)
                 samples[case][tool].append(run(argv))
@@ -169,7 +175,7 @@ def main():
         print(f"movie of {os.path.getsize(W('big.mov')) / 2**20:.0f} MiB as a data URL: answer {payload:.0f} MiB, "
               f"peak {m:.0f} MiB = {m / payload:.2f} x the payload, {t:.1f} s")
 
-    if HAVE_PIL:
+    if HAVE_PIL and not ONLY:
         quality(W)
         roads(W)
     shutil.rmtree(work, ignore_errors=True)
