@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/linux/CoefficientStore.h"
 #include "platform/linux/JpegCompression.h"
 #include "platform/linux/JpegDecompression.h"
 #include "platform/linux/JpegEncoder.h"
@@ -238,6 +239,9 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
     if (declared && target && !requantizesCleanly(*declared, *target))
       return Status::failedPrecondition("the target steps are finer than the source's and not its divisors");
   }
+  // The coefficients live in huge pages of their own for as long as the encoder reads them.
+  auto store = std::make_unique<CoefficientStore>();
+  store->attach(*d);
   jvirt_barray_ptr* arrays = nullptr;
   if (!readCoefficients(*d, arrays)) return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
   auto feed = std::make_unique<CoefficientFeed>();
