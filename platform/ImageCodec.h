@@ -43,8 +43,8 @@ class ImageCodec {
                                                     const Dictionary& properties) = 0;
 
   // The full image-property dictionary of encoded bytes; none when they do
-  // not decode as an image.
-  virtual std::optional<Dictionary> imageProperties(std::span<const std::uint8_t> bytes) = 0;
+  // not decode as an image. The bytes are shared, not copied.
+  virtual std::optional<Dictionary> imageProperties(std::shared_ptr<const Bytes> bytes) = 0;
 
   // The limits applied to every decode.
   virtual const DecodeLimits& limits() const = 0;

@@ -74,7 +74,7 @@ Task<ResultPair> fileUriWithLocation(Context& c, Bytes encoded, std::string path
       *core.services.photoLibrary, pool(c), core.services.completionMonitor.get(), asset, Dictionary{});
   auto fetched = co_await std::move(request);
   if (!fetched.ok()) co_return ResultPair::failure(CommandStatus::UNABLE_FILE_WRITE, fetched.error().localizedDescription);
-  if (auto properties = core.services.imageCodec->imageProperties(*fetched.value().data))
+  if (auto properties = core.services.imageCodec->imageProperties(fetched.value().data))
     core.metadata.store(std::move(*properties));
 
   // Re-encode the picture with the asset's properties, from the container type of `data`.

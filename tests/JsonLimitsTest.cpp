@@ -14,9 +14,13 @@ std::string nested(size_t depth, const char* open = "[", const char* close = "]"
   return s;
 }
 
+// Texts are made when a case runs: the largest are tens of megabytes, which
+// every run of the test program would otherwise build and copy at start-up.
+using Text = std::string (*)();
+
 struct JsonCase {
   const char* name;
-  std::string text;
+  Text text;
   const char* refusal;  // part of the message; nullptr: read
 };
 void PrintTo(const JsonCase& c, std::ostream* os) { *os << c.name; }
@@ -27,7 +31,7 @@ class ArgumentText : public ::testing::TestWithParam<JsonCase> {};
 // posts: the deepest ones are refused with a message, never a crash.
 TEST_P(ArgumentText, IsReadOrRefusedWithAMessage) {
   const auto& c = GetParam();
-  auto args = argumentsFromJson(c.text);
+  auto args = argumentsFromJson(c.text());
   if (c.refusal) {
     ASSERT_FALSE(args.ok());
     EXPECT_NE(args.status().message().find(c.refusal), std::string::npos) << args.status().message();
@@ -39,23 +43,23 @@ TEST_P(ArgumentText, IsReadOrRefusedWithAMessage) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, ArgumentText,
-    ::testing::Values(JsonCase{"Plain", "[50, 1, 1, 200, 200]", nullptr},
-                      JsonCase{"AtTheDepthLimit", nested(64), nullptr},
-                      JsonCase{"OnePastTheLimit", nested(65), "more than 64 deep"},
-                      JsonCase{"ThirtyThousandDeep", nested(30000), "more than 64 deep"},
-                      JsonCase{"DeepObjects", "[" + nested(20000, "{\"a\":", "}") + "]", "more than 64 deep"},
-                      JsonCase{"BracketsInsideStrings", "[\"" + std::string(100000, '[') + "\"]", nullptr},
-                      JsonCase{"EscapedQuoteThenDeep", "[\"\\\"\", " + nested(100) + "]", "more than 64 deep"},
-                      JsonCase{"UnclosedDeep", std::string(500, '['), "more than 64 deep"},
-                      JsonCase{"NotJson", "[1,", "not valid JSON"},
-                      JsonCase{"NotAnArray", "{}", "must be a JSON array"},
-                      JsonCase{"PastTheSizeLimit", "[\"" + std::string(65 << 20, 'a') + "\"]", "the limit is"}),
+    ::testing::Values(JsonCase{"Plain", [] { return std::string("[50, 1, 1, 200, 200]"); }, nullptr},
+                      JsonCase{"AtTheDepthLimit", [] { return nested(64); }, nullptr},
+                      JsonCase{"OnePastTheLimit", [] { return nested(65); }, "more than 64 deep"},
+                      JsonCase{"ThirtyThousandDeep", [] { return nested(30000); }, "more than 64 deep"},
+                      JsonCase{"DeepObjects", [] { return "[" + nested(20000, "{\"a\":", "}") + "]"; }, "more than 64 deep"},
+                      JsonCase{"BracketsInsideStrings", [] { return "[\"" + std::string(100000, '[') + "\"]"; }, nullptr},
+                      JsonCase{"EscapedQuoteThenDeep", [] { return "[\"\\\"\", " + nested(100) + "]"; }, "more than 64 deep"},
+                      JsonCase{"UnclosedDeep", [] { return std::string(500, '['); }, "more than 64 deep"},
+                      JsonCase{"NotJson", [] { return std::string("[1,"); }, "not valid JSON"},
+                      JsonCase{"NotAnArray", [] { return std::string("{}"); }, "must be a JSON array"},
+                      JsonCase{"PastTheSizeLimit", [] { return "[\"" + std::string(65 << 20, 'a') + "\"]"; }, "the limit is"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 struct PatternCase {
   const char* name;
   std::string pattern;
-  std::string text;
+  Text text;
   bool matches;
   const char* refusal;
 };
@@ -67,7 +71,7 @@ class ExpectationPattern : public ::testing::TestWithParam<PatternCase> {};
 // here with the right answer.
 TEST_P(ExpectationPattern, MatchesWithoutBacktracking) {
   const auto& c = GetParam();
-  auto found = PatternMatcher::search(c.pattern, c.text);
+  auto found = PatternMatcher::search(c.pattern, c.text());
   if (c.refusal) {
     ASSERT_FALSE(found.ok());
     EXPECT_NE(found.status().message().find(c.refusal), std::string::npos) << found.status().message();
@@ -77,17 +81,17 @@ TEST_P(ExpectationPattern, MatchesWithoutBacktracking) {
   }
 }
 
-const std::string kDataUrl = "data:image/jpeg;base64," + std::string(6 << 20, 'A') + "\n";
+std::string dataUrl() { return "data:image/jpeg;base64," + std::string(6 << 20, 'A') + "\n"; }
 
 INSTANTIATE_TEST_SUITE_P(
     Patterns, ExpectationPattern,
-    ::testing::Values(PatternCase{"Prefix", "^file://", "file:///tmp/x.jpg", true, nullptr},
-                      PatternCase{"NoMatch", "\\.png$", "file:///tmp/x.jpg", false, nullptr},
-                      PatternCase{"NestedQuantifiers", "^(a+)+$", std::string(5000, 'a') + "!", false, nullptr},
-                      PatternCase{"AnyCharOrNewlineOverADataUrl", "^(.|\\n)*$", kDataUrl, true, nullptr},
-                      PatternCase{"OnlyTheFirstMiBIsSearched", "\\n", kDataUrl, false, nullptr},
-                      PatternCase{"UnclosedGroup", "(a+", "aaa", false, "invalid regex"},
-                      PatternCase{"TooLong", std::string(2000, 'a'), "a", false, "limited to"}),
+    ::testing::Values(PatternCase{"Prefix", "^file://", [] { return std::string("file:///tmp/x.jpg"); }, true, nullptr},
+                      PatternCase{"NoMatch", "\\.png$", [] { return std::string("file:///tmp/x.jpg"); }, false, nullptr},
+                      PatternCase{"NestedQuantifiers", "^(a+)+$", [] { return std::string(5000, 'a') + "!"; }, false, nullptr},
+                      PatternCase{"AnyCharOrNewlineOverADataUrl", "^(.|\\n)*$", dataUrl, true, nullptr},
+                      PatternCase{"OnlyTheFirstMiBIsSearched", "\\n", dataUrl, false, nullptr},
+                      PatternCase{"UnclosedGroup", "(a+", [] { return std::string("aaa"); }, false, "invalid regex"},
+                      PatternCase{"TooLong", std::string(2000, 'a'), [] { return std::string("a"); }, false, "limited to"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

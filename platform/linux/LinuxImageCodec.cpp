@@ -109,10 +109,11 @@ std::optional<Bytes> LinuxImageCodec::encodeWithProperties(const Bitmap& bitmap,
   return std::move(*withMetadata);
 }
 
-std::optional<Dictionary> LinuxImageCodec::imageProperties(std::span<const std::uint8_t> bytes) {
-  auto src = source(std::make_shared<const Bytes>(bytes.begin(), bytes.end()));
+std::optional<Dictionary> LinuxImageCodec::imageProperties(std::shared_ptr<const Bytes> bytes) {
+  if (!bytes) return std::nullopt;
+  auto src = source(bytes);
   if (!src.ok()) return std::nullopt;
-  auto properties = ImageMetadata::read(bytes);
+  auto properties = ImageMetadata::read(*bytes);
   Dictionary out = properties.ok() ? *properties : Dictionary{};
   out["PixelWidth"] = Value(static_cast<std::int64_t>((*src)->width()));
   out["PixelHeight"] = Value(static_cast<std::int64_t>((*src)->height()));

@@ -25,7 +25,7 @@ class LinuxImageCodec final : public ImageCodec {
   std::optional<std::string> containerType(std::span<const std::uint8_t> bytes) override;
   std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
                                             const Dictionary& properties) override;
-  std::optional<Dictionary> imageProperties(std::span<const std::uint8_t> bytes) override;
+  std::optional<Dictionary> imageProperties(std::shared_ptr<const Bytes> bytes) override;
   const DecodeLimits& limits() const override { return limits_; }
 
   // Off: every JPEG representation decodes the whole bitmap, the road the

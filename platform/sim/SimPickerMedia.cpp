@@ -84,7 +84,7 @@ StatusOr<Dictionary> SimPickerMedia::info(const SimPickerChoice& choice, ImageCo
   info[PickerInfoKey::mediaType] = Value(kUTTypeImage);
   info[PickerInfoKey::originalImage] = Value(std::shared_ptr<PlatformObject>(image));
   if (!pick)
-    if (auto properties = codec.imageProperties(*shared)) info[PickerInfoKey::mediaMetadata] = Value(*properties);
+    if (auto properties = codec.imageProperties(shared)) info[PickerInfoKey::mediaMetadata] = Value(*properties);
   if (choice.edit) {
     ASSIGN_OR_RETURN(auto crop, edited(*image, *choice.edit));
     info[PickerInfoKey::editedImage] = Value(std::shared_ptr<PlatformObject>(crop));
