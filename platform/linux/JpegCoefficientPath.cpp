@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -40,12 +41,16 @@ struct ComponentFeed {
   std::vector<JBLOCKROW> sourceRows;
   int outWidth = 0, outHeight = 0;  // in blocks
   std::array<float, DCTSIZE2> factor{};
+  // When every new step divides its old one (a finer or equal target, as at
+  // full quality) the factors are whole numbers: the same values, in integers.
+  bool wholeFactors = false;
+  std::array<std::int32_t, DCTSIZE2> multiplier{};
   std::vector<JCOEF> strip;  // rows of blocks
   std::vector<JBLOCKROW> stripRows;
 };
 
-constexpr std::array<int, DCTSIZE2> kLowest = [] {
-  std::array<int, DCTSIZE2> a{};
+constexpr std::array<std::int32_t, DCTSIZE2> kLowest = [] {
+  std::array<std::int32_t, DCTSIZE2> a{};
   a.fill(-1023);
   a[0] = -1024;
   return a;
@@ -68,6 +73,20 @@ struct CoefficientFeed {
 // multiply, round half away from zero and clamp on 64 lanes.
 template <bool kSwap>
 inline void requantize(const ComponentFeed& f, const JCOEF* in, JCOEF* out) {
+  if (f.wholeFactors) {
+    std::int32_t whole[DCTSIZE2];
+    if constexpr (kSwap) {
+      for (int v = 0; v < DCTSIZE; ++v)
+        for (int u = 0; u < DCTSIZE; ++u) whole[v * DCTSIZE + u] = in[u * DCTSIZE + v];
+    } else {
+      for (int k = 0; k < DCTSIZE2; ++k) whole[k] = in[k];
+    }
+    for (int k = 0; k < DCTSIZE2; ++k) {
+      const std::int32_t q = whole[k] * f.multiplier[static_cast<size_t>(k)];
+      out[k] = static_cast<JCOEF>(std::min(std::max(q, kLowest[static_cast<size_t>(k)]), 1023));
+    }
+    return;
+  }
   float value[DCTSIZE2];
   if constexpr (kSwap) {
     for (int v = 0; v < DCTSIZE; ++v)
@@ -79,7 +98,7 @@ inline void requantize(const ComponentFeed& f, const JCOEF* in, JCOEF* out) {
     const float x = value[k] * f.factor[static_cast<size_t>(k)];
     const int q = static_cast<int>(x + std::copysign(0.5f, x));
     // What a baseline Huffman code can carry: 10 bits for AC, a DC of -1024..1023.
-    out[k] = static_cast<JCOEF>(std::min(std::max(q, kLowest[k]), 1023));
+    out[k] = static_cast<JCOEF>(std::min(std::max(q, kLowest[static_cast<size_t>(k)]), 1023));
   }
 }
 
@@ -200,6 +219,7 @@ bool requantizesCleanly(const JQUANT_TBL& source, const JQUANT_TBL& target) {
 // gave it a table (a damaged progressive file).
 bool prepare(ComponentFeed& f, const jpeg_component_info& source, const JQUANT_TBL* target, Placement p) {
   if (!source.quant_table || !target) return false;
+  f.wholeFactors = true;
   for (int v = 0; v < DCTSIZE; ++v)
     for (int u = 0; u < DCTSIZE; ++u) {
       const int k = v * DCTSIZE + u;
@@ -207,6 +227,9 @@ bool prepare(ComponentFeed& f, const jpeg_component_info& source, const JQUANT_T
       const float sign = ((p.flipX && (u & 1)) != (p.flipY && (v & 1))) ? -1.0f : 1.0f;
       f.factor[static_cast<size_t>(k)] =
           sign * static_cast<float>(source.quant_table->quantval[from]) / static_cast<float>(target->quantval[k]);
+      const int oldStep = source.quant_table->quantval[from], newStep = target->quantval[k];
+      if (newStep == 0 || oldStep % newStep != 0) f.wholeFactors = false;
+      else f.multiplier[static_cast<size_t>(k)] = static_cast<std::int32_t>(sign) * (oldStep / newStep);
     }
   return true;
 }
