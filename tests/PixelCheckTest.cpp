@@ -9,6 +9,8 @@
 #include "platform/linux/JpegSkeleton.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
+#include "platform/sim/SimPickerMedia.h"
+#include "tests/TestDirectory.h"
 
 namespace velqor {
 namespace {
@@ -111,7 +113,8 @@ void PrintTo(const StreamCase& c, std::ostream* os) { *os << c.name; }
 class PixelCheck : public ::testing::TestWithParam<StreamCase> {};
 
 // The picker's check without decoding must say what a decode says: the same
-// verdict and, when it fails, the same reason. What it passes always decodes.
+// verdict and, when it fails, the same reason. What it passes always decodes,
+// and the picker hands over exactly the photos it passes.
 TEST_P(PixelCheck, AgreesWithAFullDecode) {
   const auto& c = GetParam();
   auto bytes = std::make_shared<const Bytes>(c.make());
@@ -127,7 +130,18 @@ TEST_P(PixelCheck, AgreesWithAFullDecode) {
       EXPECT_THAT(full.status().message(), HasSubstr(c.reason));
     }
   }
-  EXPECT_EQ(LinuxImageCodec().probe(*bytes).ok(), c.decodes);
+  LinuxImageCodec codec;
+  EXPECT_EQ(codec.probe(*bytes).ok(), c.decodes);
+
+  testing::TestDirectory dir;
+  dir.write("photo.jpg", std::string(bytes->begin(), bytes->end()));
+  SimPickerChoice photo;
+  photo.file = dir.path("photo.jpg");
+  const auto handed = SimPickerMedia::info(photo, codec, nullptr, dir.path("tmp"));
+  EXPECT_EQ(handed.ok(), c.decodes) << handed.status();
+  if (!c.decodes) {
+    EXPECT_THAT(handed.status().message(), AllOf(StartsWith(photo.file + ": cannot decode JPEG: "), HasSubstr(c.reason)));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
