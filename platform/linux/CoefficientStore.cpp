@@ -8,8 +8,10 @@
 namespace velqor {
 namespace {
 
-[[noreturn]] void fail(j_common_ptr cinfo, int code) {
+// Raises a library error, as the library's own memory manager would.
+[[noreturn]] void fail(j_common_ptr cinfo, int code, int parameter = 0) {
   cinfo->err->msg_code = code;
+  cinfo->err->msg_parm.i[0] = parameter;
   (*cinfo->err->error_exit)(cinfo);
   std::abort();  // error_exit never returns
 }
@@ -44,7 +46,7 @@ CoefficientStore::Array* CoefficientStore::owned(jvirt_barray_ptr array) {
 jvirt_barray_ptr CoefficientStore::request(j_common_ptr cinfo, int pool, boolean preZero, JDIMENSION blocksPerRow,
                                            JDIMENSION rows, JDIMENSION maxAccess) {
   CoefficientStore& self = of(cinfo);
-  if (pool != JPOOL_IMAGE) fail(cinfo, JERR_BAD_POOL_ID);  // what the library says for a permanent array
+  if (pool != JPOOL_IMAGE) fail(cinfo, JERR_BAD_POOL_ID, pool);  // arrays live with one image, as in the library
   if (self.used_ == kMaxArrays) return self.libraryRequest_(cinfo, pool, preZero, blocksPerRow, rows, maxAccess);
   Array& a = self.arrays_[self.used_++];
   a.blocksPerRow = blocksPerRow;
