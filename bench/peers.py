@@ -118,6 +118,9 @@ def main():
             for tool, (argv, _) in order:
                 if argv[1] == "take-picture":  # fresh temporary directory every round
                     shutil.rmtree(argv[argv.index("--temp-dir") + 1], ignore_errors=True)
+                # Every file written so far (a remux writes hundreds of MB) reaches the disk first,
+                # untimed, so no process is measured while the kernel writes back another's output.
+                os.sync()
                 samples[case][tool].append(run(argv))
         print(f"  round {r + 1}/{ROUNDS} done", file=sys.stderr)
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "platform/linux/HugePageBuffer.h"
@@ -9,12 +10,27 @@
 
 namespace velqor {
 
-// Holds the whole-image coefficient arrays a decompressor asks for (reading a
-// file's coefficients, or a progressive decode) in huge-page buffers of its
-// own instead of the library's small-page pools: the library's requests,
-// allocation and row access for them are routed here once `attach` has run.
-// The buffers come zeroed from the kernel, which is the zero fill the
-// decoder expects, so no page is touched before the decoder writes it.
+// The nonzero coefficients of one block: bit k of `mask` is set when the
+// coefficient at natural index k is nonzero, and `values` holds those
+// coefficients in increasing k.
+struct PackedBlock {
+  std::uint64_t mask = 0;
+  const JCOEF* values = nullptr;
+};
+
+// Holds the whole-image coefficient arrays a decompressor asks for when it
+// reads a file's coefficients, instead of the library's small-page pools:
+// the library's requests, allocation and row access for them are routed here
+// once `attach` has run.
+//
+// A sequential file is kept packed: the decoder writes into a window of the
+// rows it asked for, and when it moves on the window's blocks are stored as
+// their nonzero coefficients only (a camera photo has about six of 64 in a
+// block, so 73 MB of arrays become about 12). Rows asked for again are
+// unpacked into the window; rewritten blocks that grew are stored anew.
+// A progressive file, whose scans refine every block many times, is kept
+// whole, two bytes a coefficient. Either way the memory is mapped on its own
+// and comes zeroed from the kernel, the zero fill the decoder expects.
 // Arrays beyond the first kMaxArrays go to the library as before.
 //
 // Owns the buffers; must outlive every use of the decompressor's arrays and
@@ -32,14 +48,46 @@ class CoefficientStore {
   // decoder is started.
   void attach(JpegDecompression& d);
 
-  // Bytes mapped for the arrays so far.
-  std::size_t mappedBytes() const;
+  // Stores what the decoder last wrote; call once it has read the file and
+  // before `block`. False when the packed values outgrow their space (a file
+  // that rewrites its blocks over and over).
+  bool seal();
+
+  // Whether `array` is one of the store's (the library holds the rest).
+  bool holds(jvirt_barray_ptr array) const;
+
+  // One block of a held array, after `seal`; `scratch` holds the values
+  // when the array is kept whole. Row and column must lie in the array.
+  PackedBlock block(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column, JCOEF* scratch) const;
+
+  // Start loading a packed block that `block` will be asked for soon (a turn
+  // reads blocks a whole row apart, which the processor cannot foresee): its
+  // index entry first, its values some blocks later, once the entry is in
+  // cache. Anywhere outside the array, and for whole arrays, they do nothing.
+  void prefetchIndex(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const;
+  void prefetchValues(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const;
+
+  // Bytes of memory the arrays have written so far (packed values counted
+  // with their index), and whether the arrays are kept packed.
+  std::size_t storedBytes() const;
+  bool packed() const { return packed_; }
 
  private:
   struct Array {
-    JDIMENSION blocksPerRow = 0, rows = 0;
+    JDIMENSION blocksPerRow = 0, rows = 0, maxAccess = 0;
+    // Kept whole: every row at its place in `memory`. Kept packed: per
+    // block a mask and an offset into the values, then the values, all in
+    // `memory`; the decoder reads and writes through the window.
     HugePageBuffer memory;
     std::unique_ptr<JBLOCKROW[]> rowPointers;
+    std::uint64_t* masks = nullptr;
+    std::uint32_t* offsets = nullptr;
+    JCOEF* values = nullptr;
+    std::size_t valuesUsed = 0, valuesCapacity = 0;
+    std::unique_ptr<JBLOCK[]> window;
+    std::unique_ptr<JBLOCKROW[]> windowRows;
+    JDIMENSION windowStart = 0, windowCount = 0;
+    bool windowDirty = false;
   };
 
   static jvirt_barray_ptr request(j_common_ptr cinfo, int pool, boolean preZero, JDIMENSION blocksPerRow,
@@ -48,10 +96,15 @@ class CoefficientStore {
   static JBLOCKARRAY access(j_common_ptr cinfo, jvirt_barray_ptr array, JDIMENSION start, JDIMENSION count,
                             boolean writable);
   static CoefficientStore& of(j_common_ptr cinfo);
-  Array* owned(jvirt_barray_ptr array);
+  const Array* owned(jvirt_barray_ptr array) const;
+  static bool allocateWhole(Array& a);
+  static bool allocatePacked(Array& a);
+  static bool storeWindow(Array& a);
+  static void loadWindow(Array& a, JDIMENSION start, JDIMENSION count);
 
   std::array<Array, kMaxArrays> arrays_;
   std::size_t used_ = 0;
+  bool packed_ = false;
   decltype(jpeg_memory_mgr::request_virt_barray) libraryRequest_ = nullptr;
   decltype(jpeg_memory_mgr::realize_virt_arrays) libraryRealize_ = nullptr;
   decltype(jpeg_memory_mgr::access_virt_barray) libraryAccess_ = nullptr;

@@ -5,10 +5,12 @@
 namespace velqor {
 
 // Zero-filled memory for one large buffer, mapped on its own and offered to
-// the kernel for transparent huge pages. A 70 MB coefficient store written
-// once takes about 18000 page faults in 4 KiB pages, which on a virtual
-// machine cost more than decoding into it; in 2 MiB pages it takes 35. Where
-// the kernel gives no huge pages the memory is ordinary pages, still zeroed.
+// the kernel for transparent huge pages. 70 MB of coefficients written once
+// take about 18000 page faults in 4 KiB pages, which on a virtual machine
+// cost more than decoding into them; in 2 MiB pages they take 35. Where the
+// kernel gives no huge pages the memory is ordinary pages, still zeroed.
+// Pages never written are never backed: a buffer mapped for the worst case
+// costs what is written.
 //
 // Owns the mapping; movable, not copyable. Threads: any, one owner at a time.
 class HugePageBuffer {

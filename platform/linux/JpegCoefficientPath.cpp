@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -34,12 +35,15 @@ Placement placementOf(Dihedral t) {
   return {};
 }
 
-// One component's coefficients on their way out: the source rows, and for
-// each output frequency the factor (sign x old step / new step) that makes it
-// from its source frequency (the transposed one when the axes swap).
+// One component's coefficients on their way out: the stored source array, the
+// output frequency each source frequency goes to (the transposed one when the
+// axes swap), and for each output frequency the factor (sign x old step / new
+// step) that makes it.
 struct ComponentFeed {
-  std::vector<JBLOCKROW> sourceRows;
+  const CoefficientStore* store = nullptr;
+  jvirt_barray_ptr source = nullptr;
   int outWidth = 0, outHeight = 0;  // in blocks
+  std::array<std::uint8_t, DCTSIZE2> destination{};
   std::array<float, DCTSIZE2> factor{};
   // When every new step divides its old one (a finer or equal target, as at
   // full quality) the factors are whole numbers: the same values, in integers.
@@ -47,6 +51,7 @@ struct ComponentFeed {
   std::array<std::int32_t, DCTSIZE2> multiplier{};
   std::vector<JCOEF> strip;  // rows of blocks
   std::vector<JBLOCKROW> stripRows;
+  std::array<JCOEF, DCTSIZE2> scratch{};  // a block's values when the store keeps its array whole
 };
 
 constexpr std::array<std::int32_t, DCTSIZE2> kLowest = [] {
@@ -69,38 +74,30 @@ struct CoefficientFeed {
   JBLOCKARRAY rows(int ci, JDIMENSION start, JDIMENSION count);
 };
 
-// Written so the compiler vectorizes the arithmetic: a fixed gather, then
-// multiply, round half away from zero and clamp on 64 lanes.
-template <bool kSwap>
-inline void requantize(const ComponentFeed& f, const JCOEF* in, JCOEF* out) {
+// Each nonzero source coefficient goes to its output frequency, multiplied,
+// rounded half away from zero and clamped to what a baseline Huffman code can
+// carry (10 bits for AC, a DC of -1024..1023); zeros stay zero, so the work
+// follows the few nonzero coefficients a block holds. `out` starts zeroed.
+inline void requantize(const ComponentFeed& f, PackedBlock in, JCOEF* out) {
+  const JCOEF* v = in.values;
   if (f.wholeFactors) {
-    std::int32_t whole[DCTSIZE2];
-    if constexpr (kSwap) {
-      for (int v = 0; v < DCTSIZE; ++v)
-        for (int u = 0; u < DCTSIZE; ++u) whole[v * DCTSIZE + u] = in[u * DCTSIZE + v];
-    } else {
-      for (int k = 0; k < DCTSIZE2; ++k) whole[k] = in[k];
-    }
-    for (int k = 0; k < DCTSIZE2; ++k) {
-      const std::int32_t q = whole[k] * f.multiplier[static_cast<size_t>(k)];
-      out[k] = static_cast<JCOEF>(std::min(std::max(q, kLowest[static_cast<size_t>(k)]), 1023));
+    for (std::uint64_t m = in.mask; m != 0; m &= m - 1) {
+      const size_t d = f.destination[static_cast<size_t>(std::countr_zero(m))];
+      const std::int32_t q = std::int32_t{*v++} * f.multiplier[d];
+      out[d] = static_cast<JCOEF>(std::min(std::max(q, kLowest[d]), 1023));
     }
     return;
   }
-  float value[DCTSIZE2];
-  if constexpr (kSwap) {
-    for (int v = 0; v < DCTSIZE; ++v)
-      for (int u = 0; u < DCTSIZE; ++u) value[v * DCTSIZE + u] = static_cast<float>(in[u * DCTSIZE + v]);
-  } else {
-    for (int k = 0; k < DCTSIZE2; ++k) value[k] = static_cast<float>(in[k]);
-  }
-  for (int k = 0; k < DCTSIZE2; ++k) {
-    const float x = value[k] * f.factor[static_cast<size_t>(k)];
+  for (std::uint64_t m = in.mask; m != 0; m &= m - 1) {
+    const size_t d = f.destination[static_cast<size_t>(std::countr_zero(m))];
+    const float x = static_cast<float>(*v++) * f.factor[d];
     const int q = static_cast<int>(x + std::copysign(0.5f, x));
-    // What a baseline Huffman code can carry: 10 bits for AC, a DC of -1024..1023.
-    out[k] = static_cast<JCOEF>(std::min(std::max(q, kLowest[static_cast<size_t>(k)]), 1023));
+    out[d] = static_cast<JCOEF>(std::min(std::max(q, kLowest[d]), 1023));
   }
 }
+
+// How many blocks ahead a turn asks for index entries and for values.
+constexpr int kIndexAhead = 16, kValuesAhead = 8;
 
 JBLOCKARRAY CoefficientFeed::rows(int ci, JDIMENSION start, JDIMENSION count) {
   ComponentFeed& f = components[static_cast<size_t>(ci)];
@@ -119,10 +116,13 @@ JBLOCKARRAY CoefficientFeed::rows(int ci, JDIMENSION start, JDIMENSION count) {
     const int ty = p.flipY ? f.outHeight - 1 - oy : oy;
     for (int ox = 0; ox < f.outWidth; ++ox) {
       const int tx = p.flipX ? f.outWidth - 1 - ox : ox;
-      if (p.swap)
-        requantize<true>(f, f.sourceRows[static_cast<size_t>(tx)][ty], out[ox]);
-      else
-        requantize<false>(f, f.sourceRows[static_cast<size_t>(ty)][tx], out[ox]);
+      const auto row = static_cast<JDIMENSION>(p.swap ? tx : ty), column = static_cast<JDIMENSION>(p.swap ? ty : tx);
+      if (p.swap) {  // down a column of the source: one row of blocks apart each time
+        const int step = p.flipX ? -1 : 1;
+        f.store->prefetchIndex(f.source, static_cast<JDIMENSION>(tx + kIndexAhead * step), column);
+        f.store->prefetchValues(f.source, static_cast<JDIMENSION>(tx + kValuesAhead * step), column);
+      }
+      requantize(f, f.store->block(f.source, row, column, f.scratch.data()), out[ox]);
     }
   }
   return f.stripRows.data();
@@ -165,14 +165,6 @@ bool readCoefficients(JpegDecompression& d, jvirt_barray_ptr*& arrays) {
   if (setjmp(d.errors.jump)) return false;
   arrays = jpeg_read_coefficients(&d.info);
   return arrays != nullptr;
-}
-
-// Every block row of a component, all held in memory (see JpegDecompression).
-bool sourceRows(JpegDecompression& d, jvirt_barray_ptr array, JDIMENSION rows, JBLOCKROW* out) {
-  if (setjmp(d.errors.jump)) return false;
-  for (JDIMENSION r = 0; r < rows; ++r)
-    out[r] = d.info.mem->access_virt_barray(reinterpret_cast<j_common_ptr>(&d.info), array, r, 1, FALSE)[0];
-  return true;
 }
 
 bool configureOutput(JpegCompression& c, int width, int height, const JpegReencodeRequest& r, size_t expected) {
@@ -224,6 +216,7 @@ bool prepare(ComponentFeed& f, const jpeg_component_info& source, const JQUANT_T
     for (int u = 0; u < DCTSIZE; ++u) {
       const int k = v * DCTSIZE + u;
       const int from = p.swap ? u * DCTSIZE + v : k;
+      f.destination[static_cast<size_t>(from)] = static_cast<std::uint8_t>(k);
       const float sign = ((p.flipX && (u & 1)) != (p.flipY && (v & 1))) ? -1.0f : 1.0f;
       f.factor[static_cast<size_t>(k)] =
           sign * static_cast<float>(source.quant_table->quantval[from]) / static_cast<float>(target->quantval[k]);
@@ -267,6 +260,7 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
   store->attach(*d);
   jvirt_barray_ptr* arrays = nullptr;
   if (!readCoefficients(*d, arrays)) return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
+  if (!store->seal()) return Status::failedPrecondition("the file rewrites its coefficients beyond their store");
   auto feed = std::make_unique<CoefficientFeed>();
   feed->placement = p;
   std::array<jvirt_barray_ptr, 3> tokens{};
@@ -275,9 +269,9 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
     ComponentFeed& f = feed->components[static_cast<size_t>(ci)];
     f.outWidth = static_cast<int>(p.swap ? in.height_in_blocks : in.width_in_blocks);
     f.outHeight = static_cast<int>(p.swap ? in.width_in_blocks : in.height_in_blocks);
-    f.sourceRows.resize(in.height_in_blocks);
-    if (!sourceRows(*d, arrays[ci], in.height_in_blocks, f.sourceRows.data()))
-      return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
+    if (!store->holds(arrays[ci])) return Status::failedPrecondition("a component's coefficients are not in the store");
+    f.store = store.get();
+    f.source = arrays[ci];
     const JQUANT_TBL* target = c->info.quant_tbl_ptrs[c->info.comp_info[ci].quant_tbl_no];
     if (!prepare(f, in, target, p)) return Status::failedPrecondition("a component has no quantization table");
     if (!requantizesCleanly(*in.quant_table, *target))
