@@ -115,9 +115,13 @@ def main():
             # after another case's process (and pays for the caches that one left cold).
             order = list(tools.items())
             order = order[r % len(order):] + order[:r % len(order)]
-            for tool, (argv, _) in order:
-                if argv[1] == "take-picture":  # fresh temporary directory every round
+            for tool, (argv, out) in order:
+                # Every tool writes a new file: none pays for truncating (or is spared allocating)
+                # its last output, and the capture gets a fresh temporary directory.
+                if argv[1] == "take-picture":
                     shutil.rmtree(argv[argv.index("--temp-dir") + 1], ignore_errors=True)
+                if out and os.path.exists(out):
+                    os.remove(out)
                 # Every file written so far (a remux writes hundreds of MB) reaches the disk first,
                 # untimed, so no process is measured while the kernel writes back another's output.
                 os.sync()

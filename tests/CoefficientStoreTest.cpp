@@ -106,7 +106,7 @@ void copyBlocks(const JpegDecompression& d, const CoefficientStore& store, jvirt
     const jpeg_component_info& c = d.info.comp_info[ci];
     for (JDIMENSION r = 0; r < c.height_in_blocks; ++r)
       for (JDIMENSION b = 0; b < c.width_in_blocks; ++b) {
-        const PackedBlock block = store.block(arrays[ci], r, b, scratch);
+        const PackedBlock block = store.reader(arrays[ci]).block(r, b, scratch);
         JCOEF whole[DCTSIZE2] = {};
         const JCOEF* v = block.values;
         for (int k = 0; k < DCTSIZE2; ++k)
@@ -215,7 +215,7 @@ TEST_P(CoefficientStoreRewrites, ReadBackAsLastWritten) {
       if (w.row == r) last = w.nonzeros;
     JCOEF scratch[DCTSIZE2];
     for (JDIMENSION b = 0; b < 2; ++b) {
-      const PackedBlock block = store.block(array, r, b, scratch);
+      const PackedBlock block = store.reader(array).block(r, b, scratch);
       ASSERT_EQ(block.mask, last == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << last) - 1) << "row " << r;
       for (int k = 0; k < last; ++k) EXPECT_EQ(block.values[k], valueAt(b, k)) << "row " << r << " block " << b;
     }

@@ -143,16 +143,20 @@ bool CoefficientStore::storeWindow(Array& a) {
     for (JDIMENSION b = 0; b < a.blocksPerRow; ++b) {
       const JCOEF* c = a.windowRows[i][b];
       const std::uint64_t mask = nonzeroMask(c);
+      JCOEF nonzero[DCTSIZE2];
+      JCOEF* end = nonzero;
+      for (std::uint64_t m = mask; m != 0; m &= m - 1) *end++ = c[std::countr_zero(m)];
+      const auto count = static_cast<std::size_t>(end - nonzero);
       const std::size_t at = first + b;
-      const auto count = static_cast<std::size_t>(std::popcount(mask));
-      if (count > static_cast<std::size_t>(std::popcount(a.masks[at]))) {
+      // A block stored before keeps its place if it did not grow.
+      const std::size_t room = a.masks[at] == 0 ? 0 : static_cast<std::size_t>(std::popcount(a.masks[at]));
+      if (count > room) {
         if (count > a.valuesCapacity - a.valuesUsed) return false;
         a.offsets[at] = static_cast<std::uint32_t>(a.valuesUsed);
         a.valuesUsed += count;
       }
       a.masks[at] = mask;
-      JCOEF* out = a.values + a.offsets[at];
-      for (std::uint64_t m = mask; m != 0; m &= m - 1) *out++ = c[std::countr_zero(m)];
+      std::copy(nonzero, end, a.values + a.offsets[at]);
     }
   }
   a.windowDirty = false;
@@ -196,30 +200,25 @@ bool CoefficientStore::seal() {
   return true;
 }
 
-void CoefficientStore::prefetchIndex(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const {
+CoefficientStore::Reader CoefficientStore::reader(jvirt_barray_ptr array) const {
   const Array& a = *owned(array);
-  if (!packed_ || row >= a.rows || column >= a.blocksPerRow) return;
-  const std::size_t at = std::size_t{row} * a.blocksPerRow + column;
-  __builtin_prefetch(a.masks + at);
-  __builtin_prefetch(a.offsets + at);
-}
-
-void CoefficientStore::prefetchValues(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const {
-  const Array& a = *owned(array);
-  if (!packed_ || row >= a.rows || column >= a.blocksPerRow) return;
-  __builtin_prefetch(a.values + a.offsets[std::size_t{row} * a.blocksPerRow + column]);
-}
-
-PackedBlock CoefficientStore::block(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column, JCOEF* scratch) const {
-  const Array& a = *owned(array);
+  Reader r;
+  r.blocksPerRow_ = a.blocksPerRow;
+  r.rowCount_ = a.rows;
   if (packed_) {
-    const std::size_t at = std::size_t{row} * a.blocksPerRow + column;
-    return {a.masks[at], a.values + a.offsets[at]};
+    r.masks_ = a.masks;
+    r.offsets_ = a.offsets;
+    r.values_ = a.values;
+  } else {
+    r.rows_ = a.rowPointers.get();
   }
-  const JCOEF* c = a.rowPointers[row][column];
-  const std::uint64_t mask = nonzeroMask(c);
+  return r;
+}
+
+PackedBlock CoefficientStore::packWhole(const JCOEF* block, JCOEF* scratch) {
+  const std::uint64_t mask = nonzeroMask(block);
   JCOEF* out = scratch;
-  for (std::uint64_t m = mask; m != 0; m &= m - 1) *out++ = c[std::countr_zero(m)];
+  for (std::uint64_t m = mask; m != 0; m &= m - 1) *out++ = block[std::countr_zero(m)];
   return {mask, scratch};
 }
 

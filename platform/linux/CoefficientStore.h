@@ -56,16 +56,43 @@ class CoefficientStore {
   // Whether `array` is one of the store's (the library holds the rest).
   bool holds(jvirt_barray_ptr array) const;
 
-  // One block of a held array, after `seal`; `scratch` holds the values
-  // when the array is kept whole. Row and column must lie in the array.
-  PackedBlock block(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column, JCOEF* scratch) const;
+  // Reads the blocks of one held array once the store is sealed. Cheap to
+  // copy; valid while the store lives and nothing writes the array.
+  class Reader {
+   public:
+    // The block at `row`, `column` (both inside the array); `scratch` (64
+    // values) holds the values when the array is kept whole.
+    PackedBlock block(JDIMENSION row, JDIMENSION column, JCOEF* scratch) const {
+      if (!masks_) return packWhole(rows_[row][column], scratch);
+      const std::size_t at = std::size_t{row} * blocksPerRow_ + column;
+      return {masks_[at], values_ + offsets_[at]};
+    }
+    // Start loading a packed block `block` will be asked for soon (a turn
+    // reads blocks a whole row apart, which the processor cannot foresee):
+    // its index entry first, its values some blocks later, once the entry is
+    // in cache. Outside the array, and for whole arrays, they do nothing.
+    void prefetchIndex(JDIMENSION row, JDIMENSION column) const {
+      if (!masks_ || row >= rowCount_ || column >= blocksPerRow_) return;
+      const std::size_t at = std::size_t{row} * blocksPerRow_ + column;
+      __builtin_prefetch(masks_ + at);
+      __builtin_prefetch(offsets_ + at);
+    }
+    void prefetchValues(JDIMENSION row, JDIMENSION column) const {
+      if (!masks_ || row >= rowCount_ || column >= blocksPerRow_) return;
+      __builtin_prefetch(values_ + offsets_[std::size_t{row} * blocksPerRow_ + column]);
+    }
 
-  // Start loading a packed block that `block` will be asked for soon (a turn
-  // reads blocks a whole row apart, which the processor cannot foresee): its
-  // index entry first, its values some blocks later, once the entry is in
-  // cache. Anywhere outside the array, and for whole arrays, they do nothing.
-  void prefetchIndex(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const;
-  void prefetchValues(jvirt_barray_ptr array, JDIMENSION row, JDIMENSION column) const;
+   private:
+    friend class CoefficientStore;
+    const std::uint64_t* masks_ = nullptr;  // null when the array is kept whole
+    const std::uint32_t* offsets_ = nullptr;
+    const JCOEF* values_ = nullptr;
+    const JBLOCKROW* rows_ = nullptr;
+    JDIMENSION blocksPerRow_ = 0, rowCount_ = 0;
+  };
+
+  // The reader of a held array.
+  Reader reader(jvirt_barray_ptr array) const;
 
   // Bytes of memory the arrays have written so far (packed values counted
   // with their index), and whether the arrays are kept packed.
@@ -97,6 +124,7 @@ class CoefficientStore {
                             boolean writable);
   static CoefficientStore& of(j_common_ptr cinfo);
   const Array* owned(jvirt_barray_ptr array) const;
+  static PackedBlock packWhole(const JCOEF* block, JCOEF* scratch);
   static bool allocateWhole(Array& a);
   static bool allocatePacked(Array& a);
   static bool storeWindow(Array& a);

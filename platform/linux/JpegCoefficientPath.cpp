@@ -40,8 +40,7 @@ Placement placementOf(Dihedral t) {
 // axes swap), and for each output frequency the factor (sign x old step / new
 // step) that makes it.
 struct ComponentFeed {
-  const CoefficientStore* store = nullptr;
-  jvirt_barray_ptr source = nullptr;
+  CoefficientStore::Reader source;
   int outWidth = 0, outHeight = 0;  // in blocks
   std::array<std::uint8_t, DCTSIZE2> destination{};
   std::array<float, DCTSIZE2> factor{};
@@ -119,10 +118,10 @@ JBLOCKARRAY CoefficientFeed::rows(int ci, JDIMENSION start, JDIMENSION count) {
       const auto row = static_cast<JDIMENSION>(p.swap ? tx : ty), column = static_cast<JDIMENSION>(p.swap ? ty : tx);
       if (p.swap) {  // down a column of the source: one row of blocks apart each time
         const int step = p.flipX ? -1 : 1;
-        f.store->prefetchIndex(f.source, static_cast<JDIMENSION>(tx + kIndexAhead * step), column);
-        f.store->prefetchValues(f.source, static_cast<JDIMENSION>(tx + kValuesAhead * step), column);
+        f.source.prefetchIndex(static_cast<JDIMENSION>(tx + kIndexAhead * step), column);
+        f.source.prefetchValues(static_cast<JDIMENSION>(tx + kValuesAhead * step), column);
       }
-      requantize(f, f.store->block(f.source, row, column, f.scratch.data()), out[ox]);
+      requantize(f, f.source.block(row, column, f.scratch.data()), out[ox]);
     }
   }
   return f.stripRows.data();
@@ -270,8 +269,7 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
     f.outWidth = static_cast<int>(p.swap ? in.height_in_blocks : in.width_in_blocks);
     f.outHeight = static_cast<int>(p.swap ? in.width_in_blocks : in.height_in_blocks);
     if (!store->holds(arrays[ci])) return Status::failedPrecondition("a component's coefficients are not in the store");
-    f.store = store.get();
-    f.source = arrays[ci];
+    f.source = store->reader(arrays[ci]);
     const JQUANT_TBL* target = c->info.quant_tbl_ptrs[c->info.comp_info[ci].quant_tbl_no];
     if (!prepare(f, in, target, p)) return Status::failedPrecondition("a component has no quantization table");
     if (!requantizesCleanly(*in.quant_table, *target))
