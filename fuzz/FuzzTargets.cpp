@@ -18,6 +18,7 @@
 #include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/ImageMetadata.h"
 #include "platform/linux/JpegCodec.h"
+#include "platform/linux/JpegReencoder.h"
 #include "platform/linux/LinuxImageCodec.h"
 #include "platform/linux/PngCodec.h"
 #include "platform/linux/SampleImages.h"
@@ -119,8 +120,15 @@ int imagePipeline(const std::uint8_t* data, std::size_t size) {
   auto bytes = std::make_shared<const Bytes>(data, data + size);
   if (!codec.probe(*bytes).ok()) return 0;
   // The probe checks a JPEG's markers without decoding it; what it passes must decode.
-  if (JpegCodec::looksLike(*bytes))
+  if (JpegCodec::looksLike(*bytes)) {
     if (auto source = JpegCodec::source(bytes, codec.limits()); source.ok() && !(*source)->decode(1, 1).ok()) std::abort();
+    // The full-size roads: coefficients kept and permuted, or scanlines streamed,
+    // turned as the last byte says, at a quality that keeps or changes the chroma.
+    JpegReencodeRequest request;
+    request.quality = size % 2 ? 100 : 50;
+    request.transform = static_cast<Dihedral>(data[size - 1] % 8);
+    (void)JpegReencoder::reencode(*bytes, request, codec.limits());
+  }
   auto image = codec.imageWithData(bytes);
   if (!image) return 0;
   image = ImageGeometry::imageCorrectedForCaptureOrientation(*image, image->imageOrientation());
