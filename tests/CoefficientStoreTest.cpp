@@ -207,6 +207,7 @@ TEST_P(CoefficientStoreRewrites, ReadBackAsLastWritten) {
   jvirt_barray_ptr array = nullptr;
   const bool fits = drive(d, store, encode(Source{"tiny", 16, 16, TJSAMP_444, false, 0}), c.writes, array);
   ASSERT_EQ(fits, c.fits);
+  EXPECT_EQ(store.outgrown(), !c.fits);
   if (!fits) return;
   EXPECT_EQ(store.storedBytes(), 6 * (sizeof(std::uint64_t) + sizeof(std::uint32_t)) + c.valuesStored * sizeof(JCOEF));
   for (JDIMENSION r = 0; r < 3; ++r) {
@@ -229,7 +230,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Rewrites{"rewrittenLargerAfterTheRest", {{0, 10}, {1, 10}, {0, 30}, {2, 1}}, true, 102},
                       Rewrites{"revisitedWithoutChange", {{0, 7}, {1, 7}, {0, 7}, {2, 7}, {0, 7}}, true, 42},
                       Rewrites{"everyCoefficientOnce", {{0, 64}, {1, 64}, {2, 64}}, true, 384},
-                      Rewrites{"outgrowsItsSpace", {{0, 1}, {1, 1}, {2, 1}, {0, 64}, {1, 64}, {2, 64}}, false, 0}),
+                      Rewrites{"outgrowsItsSpaceAtTheEnd", {{0, 1}, {1, 1}, {2, 1}, {0, 64}, {1, 64}, {2, 64}}, false, 0},
+                      Rewrites{"outgrowsItsSpaceWhileDecoding",
+                               {{0, 1}, {1, 1}, {2, 1}, {0, 64}, {1, 64}, {2, 64}, {0, 1}}, false, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(HugePageBuffer, IsZeroedAlignedAndMovable) {

@@ -186,7 +186,10 @@ JBLOCKARRAY CoefficientStore::access(j_common_ptr cinfo, jvirt_barray_ptr array,
   if (!self.packed_) return a->rowPointers.get() + start;
   if (count > a->maxAccess) fail(cinfo, JERR_BAD_VIRTUAL_ACCESS);
   if (a->windowCount == 0 || start != a->windowStart || count != a->windowCount) {
-    if (!storeWindow(*a)) fail(cinfo, JERR_OUT_OF_MEMORY);
+    if (!storeWindow(*a)) {
+      self.outgrown_ = true;
+      fail(cinfo, JERR_OUT_OF_MEMORY);
+    }
     loadWindow(*a, start, count);
   }
   if (writable) a->windowDirty = true;
@@ -196,7 +199,10 @@ JBLOCKARRAY CoefficientStore::access(j_common_ptr cinfo, jvirt_barray_ptr array,
 bool CoefficientStore::seal() {
   if (!packed_) return true;
   for (std::size_t i = 0; i < used_; ++i)
-    if (!arrays_[i].memory.empty() && !storeWindow(arrays_[i])) return false;
+    if (!arrays_[i].memory.empty() && !storeWindow(arrays_[i])) {
+      outgrown_ = true;
+      return false;
+    }
   return true;
 }
 

@@ -49,9 +49,14 @@ class CoefficientStore {
   void attach(JpegDecompression& d);
 
   // Stores what the decoder last wrote; call once it has read the file and
-  // before `block`. False when the packed values outgrow their space (a file
-  // that rewrites its blocks over and over).
+  // before reading blocks. False when the packed values outgrow their space:
+  // one full write of every block, which a file that rewrites its blocks with
+  // more and more coefficients can pass.
   bool seal();
+
+  // Whether the packed values outgrew their space, at `seal` or while the
+  // decoder ran (it then stops with the library's out-of-memory error).
+  bool outgrown() const { return outgrown_; }
 
   // Whether `array` is one of the store's (the library holds the rest).
   bool holds(jvirt_barray_ptr array) const;
@@ -133,6 +138,7 @@ class CoefficientStore {
   std::array<Array, kMaxArrays> arrays_;
   std::size_t used_ = 0;
   bool packed_ = false;
+  bool outgrown_ = false;
   decltype(jpeg_memory_mgr::request_virt_barray) libraryRequest_ = nullptr;
   decltype(jpeg_memory_mgr::realize_virt_arrays) libraryRealize_ = nullptr;
   decltype(jpeg_memory_mgr::access_virt_barray) libraryAccess_ = nullptr;

@@ -258,8 +258,10 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
   auto store = std::make_unique<CoefficientStore>();
   store->attach(*d);
   jvirt_barray_ptr* arrays = nullptr;
-  if (!readCoefficients(*d, arrays)) return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
-  if (!store->seal()) return Status::failedPrecondition("the file rewrites its coefficients beyond their store");
+  if (!readCoefficients(*d, arrays) || !store->seal()) {
+    if (store->outgrown()) return Status::failedPrecondition("the file rewrites its coefficients beyond their store");
+    return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
+  }
   auto feed = std::make_unique<CoefficientFeed>();
   feed->placement = p;
   std::array<jvirt_barray_ptr, 3> tokens{};
