@@ -46,6 +46,15 @@ std::uint64_t nonzeroMask(const JCOEF* c) {
 #endif
 }
 
+// Writes the nonzero coefficients of `block` to `out` in increasing index;
+// returns how many, and their positions in `mask`.
+std::size_t packNonzero(const JCOEF* block, JCOEF* out, std::uint64_t& mask) {
+  mask = nonzeroMask(block);
+  JCOEF* end = out;
+  for (std::uint64_t m = mask; m != 0; m &= m - 1) *end++ = block[std::countr_zero(m)];
+  return static_cast<std::size_t>(end - out);
+}
+
 }  // namespace
 
 void CoefficientStore::attach(JpegDecompression& d) {
@@ -64,7 +73,7 @@ CoefficientStore& CoefficientStore::of(j_common_ptr cinfo) { return *static_cast
 
 const CoefficientStore::Array* CoefficientStore::owned(jvirt_barray_ptr array) const {
   for (std::size_t i = 0; i < used_; ++i)
-    if (array == reinterpret_cast<jvirt_barray_ptr>(const_cast<Array*>(&arrays_[i]))) return &arrays_[i];
+    if (reinterpret_cast<const void*>(array) == &arrays_[i]) return &arrays_[i];
   return nullptr;
 }
 
@@ -136,27 +145,28 @@ void CoefficientStore::realize(j_common_ptr cinfo) {
 
 // Stores the window's blocks if the decoder may have written them: a block
 // that fits its old place stays there, one that grew goes after the rest.
+// Past the values' space it stops and marks the store outgrown.
 bool CoefficientStore::storeWindow(Array& a) {
   if (!a.windowDirty) return true;
   for (JDIMENSION i = 0; i < a.windowCount; ++i) {
     const std::size_t first = std::size_t{a.windowStart + i} * a.blocksPerRow;
     for (JDIMENSION b = 0; b < a.blocksPerRow; ++b) {
-      const JCOEF* c = a.windowRows[i][b];
-      const std::uint64_t mask = nonzeroMask(c);
       JCOEF nonzero[DCTSIZE2];
-      JCOEF* end = nonzero;
-      for (std::uint64_t m = mask; m != 0; m &= m - 1) *end++ = c[std::countr_zero(m)];
-      const auto count = static_cast<std::size_t>(end - nonzero);
+      std::uint64_t mask = 0;
+      const std::size_t count = packNonzero(a.windowRows[i][b], nonzero, mask);
       const std::size_t at = first + b;
       // A block stored before keeps its place if it did not grow.
       const std::size_t room = a.masks[at] == 0 ? 0 : static_cast<std::size_t>(std::popcount(a.masks[at]));
       if (count > room) {
-        if (count > a.valuesCapacity - a.valuesUsed) return false;
+        if (count > a.valuesCapacity - a.valuesUsed) {
+          outgrown_ = true;
+          return false;
+        }
         a.offsets[at] = static_cast<std::uint32_t>(a.valuesUsed);
         a.valuesUsed += count;
       }
       a.masks[at] = mask;
-      std::copy(nonzero, end, a.values + a.offsets[at]);
+      std::copy(nonzero, nonzero + count, a.values + a.offsets[at]);
     }
   }
   a.windowDirty = false;
@@ -186,10 +196,7 @@ JBLOCKARRAY CoefficientStore::access(j_common_ptr cinfo, jvirt_barray_ptr array,
   if (!self.packed_) return a->rowPointers.get() + start;
   if (count > a->maxAccess) fail(cinfo, JERR_BAD_VIRTUAL_ACCESS);
   if (a->windowCount == 0 || start != a->windowStart || count != a->windowCount) {
-    if (!storeWindow(*a)) {
-      self.outgrown_ = true;
-      fail(cinfo, JERR_OUT_OF_MEMORY);
-    }
+    if (!self.storeWindow(*a)) fail(cinfo, JERR_OUT_OF_MEMORY);
     loadWindow(*a, start, count);
   }
   if (writable) a->windowDirty = true;
@@ -199,10 +206,7 @@ JBLOCKARRAY CoefficientStore::access(j_common_ptr cinfo, jvirt_barray_ptr array,
 bool CoefficientStore::seal() {
   if (!packed_) return true;
   for (std::size_t i = 0; i < used_; ++i)
-    if (!arrays_[i].memory.empty() && !storeWindow(arrays_[i])) {
-      outgrown_ = true;
-      return false;
-    }
+    if (!arrays_[i].memory.empty() && !storeWindow(arrays_[i])) return false;
   return true;
 }
 
@@ -222,10 +226,9 @@ CoefficientStore::Reader CoefficientStore::reader(jvirt_barray_ptr array) const 
 }
 
 PackedBlock CoefficientStore::packWhole(const JCOEF* block, JCOEF* scratch) {
-  const std::uint64_t mask = nonzeroMask(block);
-  JCOEF* out = scratch;
-  for (std::uint64_t m = mask; m != 0; m &= m - 1) *out++ = block[std::countr_zero(m)];
-  return {mask, scratch};
+  PackedBlock packed{0, scratch};
+  packNonzero(block, scratch, packed.mask);
+  return packed;
 }
 
 }  // namespace velqor

@@ -132,7 +132,7 @@ class CoefficientStore {
   static PackedBlock packWhole(const JCOEF* block, JCOEF* scratch);
   static bool allocateWhole(Array& a);
   static bool allocatePacked(Array& a);
-  static bool storeWindow(Array& a);
+  bool storeWindow(Array& a);
   static void loadWindow(Array& a, JDIMENSION start, JDIMENSION count);
 
   std::array<Array, kMaxArrays> arrays_;
