@@ -10,9 +10,9 @@
 #include <vector>
 #include <memory>
 
-#include "platform/Resampler.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/Resampler.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "results/ImageGeometry.h"
 

@@ -4,10 +4,10 @@
 
 #include "cli/Cli.h"
 #include "host/FileBytes.h"
-#include "platform/linux/IccProfileBuilder.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/LinuxImageCodec.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/metadata/IccProfileBuilder.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "results/ImageGeometry.h"
 
 namespace velqor::cli {

@@ -4,9 +4,9 @@
 #include "cli/Cli.h"
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/LinuxImageCodec.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/LinuxImageCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
 

@@ -8,7 +8,7 @@
 #include <random>
 
 #include "host/FileBytes.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
 

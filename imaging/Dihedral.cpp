@@ -1,4 +1,4 @@
-#include "platform/Dihedral.h"
+#include "imaging/Dihedral.h"
 
 #include <cstring>
 

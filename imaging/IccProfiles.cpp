@@ -1,4 +1,4 @@
-#include "platform/IccProfiles.h"
+#include "imaging/IccProfiles.h"
 
 #include <cstring>
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "host/Value.h"
-#include "platform/ImageSource.h"
-#include "platform/PlatformImage.h"
+#include "imaging/ImageSource.h"
+#include "imaging/PlatformImage.h"
 
 namespace velqor {
 

@@ -6,8 +6,8 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/Bitmap.h"
-#include "platform/Resampler.h"
+#include "imaging/Bitmap.h"
+#include "imaging/Resampler.h"
 
 namespace velqor {
 

@@ -1,6 +1,6 @@
-#include "platform/PlatformImage.h"
+#include "imaging/PlatformImage.h"
 
-#include "platform/Resampler.h"
+#include "imaging/Resampler.h"
 
 namespace velqor {
 

@@ -6,9 +6,9 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/Bitmap.h"
-#include "platform/Dihedral.h"
-#include "platform/ImageSource.h"
+#include "imaging/Bitmap.h"
+#include "imaging/Dihedral.h"
+#include "imaging/ImageSource.h"
 
 namespace velqor {
 

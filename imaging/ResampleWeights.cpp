@@ -1,4 +1,4 @@
-#include "platform/ResampleWeights.h"
+#include "imaging/ResampleWeights.h"
 
 #include <algorithm>
 #include <cmath>

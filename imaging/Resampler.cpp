@@ -1,6 +1,6 @@
-#include "platform/Resampler.h"
+#include "imaging/Resampler.h"
 
-#include "platform/ResampleWeights.h"
+#include "imaging/ResampleWeights.h"
 
 #include <algorithm>
 #include <cmath>

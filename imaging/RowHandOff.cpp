@@ -1,4 +1,4 @@
-#include "platform/RowHandOff.h"
+#include "imaging/RowHandOff.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "platform/RowResampler.h"
+#include "imaging/RowResampler.h"
 
 #include <algorithm>
 #include <cstring>

@@ -4,8 +4,8 @@
 #include <deque>
 #include <vector>
 
-#include "platform/Bitmap.h"
-#include "platform/ResampleWeights.h"
+#include "imaging/Bitmap.h"
+#include "imaging/ResampleWeights.h"
 
 namespace velqor {
 

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/IccProfiles.h"
-#include "platform/linux/IccProfileBuilder.h"
+#include "imaging/IccProfiles.h"
+#include "imaging/metadata/IccProfileBuilder.h"
 
 namespace velqor {
 namespace {

@@ -8,7 +8,7 @@
 #include "platform/Clock.h"
 #include "platform/DeviceAccess.h"
 #include "platform/ExportSession.h"
-#include "platform/ImageCodec.h"
+#include "imaging/ImageCodec.h"
 #include "platform/LocationManager.h"
 #include "platform/PhotoLibrary.h"
 #include "platform/PickerSources.h"

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "capture/PictureOptions.h"
-#include "platform/PlatformImage.h"
+#include "imaging/PlatformImage.h"
 #include "core/PluginCore.h"
 
 namespace velqor {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/PlatformImage.h"
+#include "imaging/PlatformImage.h"
 
 namespace velqor {
 

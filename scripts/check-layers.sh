@@ -5,12 +5,16 @@
 set -uo pipefail
 cd "${1:-$(dirname "$0")/..}"
 declare -A level=(
-  [velqor]=0 [host]=1 [platform]=2 [platform/sim]=3 [platform/linux]=4 [media]=5 [core]=5
-  [capture]=6 [files]=6 [prompts]=7 [results]=7 [plugin]=8 [session]=9 [embed]=10 [web]=10 [cli]=11
+  [velqor]=0 [host]=1 [imaging]=2 [imaging/metadata]=3 [imaging/jpeg]=4 [imaging/codecs]=5
+  [platform]=6 [platform/sim]=7 [platform/linux]=8 [media]=9 [core]=9
+  [capture]=10 [files]=10 [prompts]=11 [results]=11 [plugin]=12 [session]=13 [embed]=14 [web]=14 [cli]=15
 )
 folderOf() {  # the deepest known folder of a path
   case $1 in
     include/velqor/*|velqor/*) echo velqor ;;
+    imaging/metadata/*) echo imaging/metadata ;;
+    imaging/jpeg/*) echo imaging/jpeg ;;
+    imaging/codecs/*) echo imaging/codecs ;;
     platform/sim/*) echo platform/sim ;;
     platform/linux/*) echo platform/linux ;;
     *) echo "${1%%/*}" ;;

@@ -6,7 +6,7 @@
 
 #include "files/FolderPolicy.h"
 #include "host/FileUrlPrefix.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "session/ShippedData.h"
 
 namespace velqor {

@@ -6,9 +6,9 @@
 
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/MediaModule.h"
 #include "results/ImageGeometry.h"
 #include "session/HtmlText.h"

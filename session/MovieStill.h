@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/Bitmap.h"
+#include "imaging/Bitmap.h"
 
 namespace velqor {
 

@@ -6,9 +6,9 @@
 #include <optional>
 
 #include "host/FileBytes.h"
-#include "platform/Dihedral.h"
-#include "platform/Resampler.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/Dihedral.h"
+#include "imaging/Resampler.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 
 namespace velqor {
 namespace {

@@ -13,7 +13,7 @@
 #include "host/ValueJson.h"
 #include "files/FolderPolicy.h"
 #include "session/PatternMatcher.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
 #include "platform/PickerTypes.h"

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "platform/linux/CoefficientStore.h"
-#include "platform/linux/HugePageBuffer.h"
+#include "imaging/jpeg/CoefficientStore.h"
+#include "imaging/jpeg/HugePageBuffer.h"
 #include "platform/linux/SampleImages.h"
 
 namespace velqor {

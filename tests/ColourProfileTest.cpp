@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "tests/FormatSamples.h"
 #include "tests/TestImages.h"

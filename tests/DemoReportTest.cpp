@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "host/FileBytes.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "session/DemoReport.h"
 #include "session/ScenarioRunner.h"
 #include "TestDirectory.h"

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <map>
 
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 #include "platform/linux/SampleImages.h"
 
 #define STB_IMAGE_WRITE_IMPLEMENTATION

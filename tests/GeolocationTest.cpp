@@ -2,8 +2,8 @@
 
 #include "capture/CameraPicker.h"
 #include "host/Base64.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/JpegCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/JpegCodec.h"
 #include "tests/TestImages.h"
 #include "results/Geolocation.h"
 

@@ -16,7 +16,7 @@
 #include "host/FileBytes.h"
 #include "host/UniqueFd.h"
 #include "platform/linux/GpsdLocationService.h"
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 #include "results/Geolocation.h"
 #include "tests/MediaHarness.h"
 

@@ -2,7 +2,7 @@
 
 #include "host/ValueJson.h"
 #include "platform/PickerInfoKeys.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "results/ImageAcquisition.h"
 #include "tests/TestImages.h"

@@ -5,12 +5,12 @@
 
 #include <chrono>
 
-#include "platform/Resampler.h"
-#include "platform/linux/HeifCodec.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/LinuxImageCodec.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/Resampler.h"
+#include "imaging/codecs/HeifCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "results/ImageGeometry.h"
 #include "tests/TestImages.h"

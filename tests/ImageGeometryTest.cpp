@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/Resampler.h"
+#include "imaging/Resampler.h"
 #include "results/ImageGeometry.h"
 #include "tests/TestImages.h"
 

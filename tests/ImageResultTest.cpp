@@ -3,7 +3,7 @@
 
 #include "host/Base64.h"
 #include "host/FileBytes.h"
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 #include "tests/MediaHarness.h"
 
 namespace velqor {

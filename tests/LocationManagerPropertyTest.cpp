@@ -1,5 +1,5 @@
 #include "host/Base64.h"
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 #include "tests/MediaHarness.h"
 
 namespace velqor {

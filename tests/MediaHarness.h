@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/linux/LazyMediaExport.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/linux/SampleMovies.h"
 #include "platform/linux/SqlitePhotoLibrary.h"

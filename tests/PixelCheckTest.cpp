@@ -4,10 +4,10 @@
 
 #include <functional>
 
-#include "platform/linux/ExifOrientation.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/JpegSkeleton.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/metadata/ExifOrientation.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/jpeg/JpegSkeleton.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "platform/sim/SimPickerMedia.h"
 #include "tests/TestDirectory.h"

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "platform/Resampler.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/JpegDecompression.h"
-#include "platform/linux/JpegReencoder.h"
-#include "platform/linux/LinuxImageCodec.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/Resampler.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/jpeg/JpegDecompression.h"
+#include "imaging/jpeg/JpegReencoder.h"
+#include "imaging/codecs/LinuxImageCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "tests/FormatSamples.h"
 #include "tests/TestImages.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Bitmap.h"
+#include "imaging/Bitmap.h"
 
 namespace velqor::testing {
 

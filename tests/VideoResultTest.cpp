@@ -6,7 +6,7 @@ extern "C" {
 
 #include "host/Base64.h"
 #include "host/FileBytes.h"
-#include "platform/linux/PngCodec.h"
+#include "imaging/codecs/PngCodec.h"
 #include "platform/ExportAdapter.h"
 #include "platform/PickerInfoKeys.h"
 #include "tests/MediaHarness.h"

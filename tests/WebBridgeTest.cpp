@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "host/FileBytes.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SampleImages.h"
 #include "session/DeviceSession.h"
 #include "tests/TestDirectory.h"

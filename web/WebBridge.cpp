@@ -13,7 +13,7 @@
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
 #include "platform/ImagePickerController.h"
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 #include "platform/sim/AccessStateNames.h"
 
 namespace velqor {

@@ -1,4 +1,4 @@
-#include "platform/linux/BmpCodec.h"
+#include "imaging/codecs/BmpCodec.h"
 
 #include <climits>
 #include <cstring>

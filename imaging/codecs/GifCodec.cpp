@@ -1,4 +1,4 @@
-#include "platform/linux/GifCodec.h"
+#include "imaging/codecs/GifCodec.h"
 
 #include <gif_lib.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/JpegCodec.h"
+#include "imaging/codecs/JpegCodec.h"
 
 #include <turbojpeg.h>
 
@@ -7,10 +7,10 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/ExifOrientation.h"
-#include "platform/linux/JpegEncoder.h"
-#include "platform/linux/JpegProfileReader.h"
-#include "platform/linux/JpegSkeleton.h"
+#include "imaging/metadata/ExifOrientation.h"
+#include "imaging/jpeg/JpegEncoder.h"
+#include "imaging/jpeg/JpegProfileReader.h"
+#include "imaging/jpeg/JpegSkeleton.h"
 
 namespace velqor {
 namespace {

@@ -1,15 +1,15 @@
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 
-#include "platform/linux/BmpCodec.h"
-#include "platform/linux/ExifOrientation.h"
-#include "platform/linux/GifCodec.h"
-#include "platform/linux/HeifCodec.h"
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/JpegCodec.h"
-#include "platform/linux/JpegReencoder.h"
-#include "platform/linux/PngCodec.h"
-#include "platform/linux/TiffCodec.h"
-#include "platform/linux/WebpCodec.h"
+#include "imaging/codecs/BmpCodec.h"
+#include "imaging/metadata/ExifOrientation.h"
+#include "imaging/codecs/GifCodec.h"
+#include "imaging/codecs/HeifCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/JpegCodec.h"
+#include "imaging/jpeg/JpegReencoder.h"
+#include "imaging/codecs/PngCodec.h"
+#include "imaging/codecs/TiffCodec.h"
+#include "imaging/codecs/WebpCodec.h"
 
 namespace velqor {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ImageCodec.h"
+#include "imaging/ImageCodec.h"
 
 namespace velqor {
 

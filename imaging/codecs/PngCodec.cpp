@@ -1,4 +1,4 @@
-#include "platform/linux/PngCodec.h"
+#include "imaging/codecs/PngCodec.h"
 
 #include <spng.h>
 
@@ -7,9 +7,9 @@
 #include <memory>
 #include <thread>
 
-#include "platform/IccProfiles.h"
-#include "platform/RowHandOff.h"
-#include "platform/RowResampler.h"
+#include "imaging/IccProfiles.h"
+#include "imaging/RowHandOff.h"
+#include "imaging/RowResampler.h"
 
 namespace velqor {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/linux/TiffCodec.h"
+#include "imaging/codecs/TiffCodec.h"
 
 #include <tiffio.h>
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/IccProfiles.h"
+#include "imaging/IccProfiles.h"
 
 namespace velqor {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/linux/WebpCodec.h"
+#include "imaging/codecs/WebpCodec.h"
 
 #include <webp/decode.h>
 #include <webp/demux.h>
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/IccProfiles.h"
+#include "imaging/IccProfiles.h"
 
 namespace velqor {
 namespace {

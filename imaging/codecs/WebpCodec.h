@@ -5,7 +5,7 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/ImageSource.h"
+#include "imaging/ImageSource.h"
 
 namespace velqor {
 

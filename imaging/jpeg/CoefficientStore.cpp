@@ -1,4 +1,4 @@
-#include "platform/linux/CoefficientStore.h"
+#include "imaging/jpeg/CoefficientStore.h"
 
 #include <jerror.h>
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/linux/HugePageBuffer.h"
-#include "platform/linux/JpegDecompression.h"
+#include "imaging/jpeg/HugePageBuffer.h"
+#include "imaging/jpeg/JpegDecompression.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/HugePageBuffer.h"
+#include "imaging/jpeg/HugePageBuffer.h"
 
 #include <sys/mman.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/JpegCoefficientPath.h"
+#include "imaging/jpeg/JpegCoefficientPath.h"
 
 #include <algorithm>
 #include <array>
@@ -8,10 +8,10 @@
 #include <memory>
 #include <vector>
 
-#include "platform/linux/CoefficientStore.h"
-#include "platform/linux/JpegCompression.h"
-#include "platform/linux/JpegDecompression.h"
-#include "platform/linux/JpegEncoder.h"
+#include "imaging/jpeg/CoefficientStore.h"
+#include "imaging/jpeg/JpegCompression.h"
+#include "imaging/jpeg/JpegDecompression.h"
+#include "imaging/jpeg/JpegEncoder.h"
 
 namespace velqor {
 namespace {

@@ -3,8 +3,8 @@
 #include <span>
 
 #include "host/StatusOr.h"
-#include "platform/ImageSource.h"
-#include "platform/linux/JpegReencodeRequest.h"
+#include "imaging/ImageSource.h"
+#include "imaging/jpeg/JpegReencodeRequest.h"
 
 namespace velqor {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "host/Value.h"
-#include "platform/linux/LibjpegErrors.h"
+#include "imaging/jpeg/LibjpegErrors.h"
 
 namespace velqor {
 

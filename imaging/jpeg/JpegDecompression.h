@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/linux/LibjpegErrors.h"
+#include "imaging/jpeg/LibjpegErrors.h"
 
 namespace velqor {
 

@@ -1,10 +1,10 @@
-#include "platform/linux/JpegEncoder.h"
+#include "imaging/jpeg/JpegEncoder.h"
 
 #include <cstdlib>
 #include <memory>
 #include <string>
 
-#include "platform/linux/LibjpegErrors.h"
+#include "imaging/jpeg/LibjpegErrors.h"
 
 namespace velqor {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/Bitmap.h"
+#include "imaging/Bitmap.h"
 
 struct jpeg_compress_struct;
 

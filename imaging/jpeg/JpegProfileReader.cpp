@@ -1,10 +1,10 @@
-#include "platform/linux/JpegProfileReader.h"
+#include "imaging/jpeg/JpegProfileReader.h"
 
 #include <cstdlib>
 #include <memory>
 
-#include "platform/IccProfiles.h"
-#include "platform/linux/LibjpegErrors.h"
+#include "imaging/IccProfiles.h"
+#include "imaging/jpeg/LibjpegErrors.h"
 
 namespace velqor {
 namespace {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "host/Value.h"
-#include "platform/Dihedral.h"
+#include "imaging/Dihedral.h"
 
 namespace velqor {
 

@@ -1,7 +1,7 @@
-#include "platform/linux/JpegReencoder.h"
+#include "imaging/jpeg/JpegReencoder.h"
 
-#include "platform/linux/JpegCoefficientPath.h"
-#include "platform/linux/JpegScanlinePath.h"
+#include "imaging/jpeg/JpegCoefficientPath.h"
+#include "imaging/jpeg/JpegScanlinePath.h"
 
 namespace velqor {
 

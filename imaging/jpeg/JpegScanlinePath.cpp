@@ -1,13 +1,13 @@
-#include "platform/linux/JpegScanlinePath.h"
+#include "imaging/jpeg/JpegScanlinePath.h"
 
 #include <algorithm>
 #include <memory>
 #include <thread>
 
-#include "platform/RowHandOff.h"
-#include "platform/linux/JpegCompression.h"
-#include "platform/linux/JpegDecompression.h"
-#include "platform/linux/JpegEncoder.h"
+#include "imaging/RowHandOff.h"
+#include "imaging/jpeg/JpegCompression.h"
+#include "imaging/jpeg/JpegDecompression.h"
+#include "imaging/jpeg/JpegEncoder.h"
 
 namespace velqor {
 namespace {

@@ -3,7 +3,7 @@
 #include <span>
 
 #include "host/StatusOr.h"
-#include "platform/linux/JpegReencodeRequest.h"
+#include "imaging/jpeg/JpegReencodeRequest.h"
 
 namespace velqor {
 

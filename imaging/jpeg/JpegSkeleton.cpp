@@ -1,10 +1,10 @@
-#include "platform/linux/JpegSkeleton.h"
+#include "imaging/jpeg/JpegSkeleton.h"
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
 
-#include "platform/linux/JpegDecompression.h"
+#include "imaging/jpeg/JpegDecompression.h"
 
 namespace velqor {
 namespace {

@@ -1,8 +1,8 @@
-#include "platform/linux/ExifOrientation.h"
+#include "imaging/metadata/ExifOrientation.h"
 
 #include <exiv2/exiv2.hpp>
 
-#include "platform/linux/Exiv2Support.h"
+#include "imaging/metadata/Exiv2Support.h"
 
 namespace velqor {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/Exiv2Support.h"
+#include "imaging/metadata/Exiv2Support.h"
 
 #include <exiv2/exiv2.hpp>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/IccProfileBuilder.h"
+#include "imaging/metadata/IccProfileBuilder.h"
 
 #include <lcms2.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/ImageMetadata.h"
+#include "imaging/metadata/ImageMetadata.h"
 
 #include <exiv2/exiv2.hpp>
 
@@ -7,7 +7,7 @@
 #include <map>
 #include <sstream>
 
-#include "platform/linux/Exiv2Support.h"
+#include "imaging/metadata/Exiv2Support.h"
 
 namespace velqor {
 namespace {

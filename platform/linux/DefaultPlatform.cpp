@@ -4,7 +4,7 @@
 
 #include "host/ThreadPool.h"
 #include "platform/linux/LazyMediaExport.h"
-#include "platform/linux/LinuxImageCodec.h"
+#include "imaging/codecs/LinuxImageCodec.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
 #include "platform/sim/SimDevice.h"
 #include "platform/sim/SimLocationService.h"

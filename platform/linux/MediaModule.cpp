@@ -8,6 +8,8 @@
 #include <mutex>
 #include <vector>
 
+#include "imaging/codecs/HeifCodec.h"
+
 namespace velqor {
 namespace {
 
@@ -76,5 +78,18 @@ StatusOr<MediaStack*> MediaModule::stack() {
 }
 
 bool MediaModule::loaded() { return gLoaded; }
+
+namespace {
+
+StatusOr<HeifBackend*> heifBackend() {
+  ASSIGN_OR_RETURN(MediaStack * stack, MediaModule::stack());
+  return stack;
+}
+
+// The image engine's HEIF codec reaches libheif through this module; it is
+// installed when the program starts, before anything can decode.
+[[maybe_unused]] const bool heifWired = (HeifCodec::installBackend(&heifBackend), true);
+
+}  // namespace
 
 }  // namespace velqor

@@ -7,7 +7,8 @@
 #include "host/StatusOr.h"
 #include "host/Value.h"
 #include "platform/ExportSession.h"
-#include "platform/ImageSource.h"
+#include "imaging/ImageSource.h"
+#include "imaging/codecs/HeifBackend.h"
 #include "platform/linux/SampleMovies.h"
 
 namespace velqor {
@@ -26,13 +27,9 @@ struct MovieSummary {
 // capture maps only what it uses.
 //
 // Threads: any; the implementation keeps no mutable state.
-class MediaStack {
+class MediaStack : public HeifBackend {
  public:
-  virtual ~MediaStack() = default;
   virtual std::shared_ptr<MediaExport> makeExport() = 0;
-  virtual StatusOr<std::shared_ptr<const ImageSource>> heifSource(std::shared_ptr<const Bytes> bytes,
-                                                                  const DecodeLimits& limits) = 0;
-  virtual StatusOr<Bytes> heifEncode(const Bitmap& bitmap, int quality) = 0;
   virtual Status makeMovie(const std::string& path, const MovieSpec& shape) = 0;
   // None when the file has no decodable planar 8-bit YUV video.
   virtual std::optional<Bitmap> firstFrame(const std::string& path, int side) = 0;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/linux/ImageMetadata.h"
-#include "platform/linux/JpegCodec.h"
+#include "imaging/metadata/ImageMetadata.h"
+#include "imaging/codecs/JpegCodec.h"
 
 namespace velqor {
 

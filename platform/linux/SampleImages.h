@@ -4,7 +4,7 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/Bitmap.h"
+#include "imaging/Bitmap.h"
 
 namespace velqor {
 

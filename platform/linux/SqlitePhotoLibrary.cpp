@@ -14,7 +14,7 @@
 
 #include "host/FileBytes.h"
 #include "host/UniqueFd.h"
-#include "platform/linux/ExifOrientation.h"
+#include "imaging/metadata/ExifOrientation.h"
 
 namespace velqor {
 namespace fs = std::filesystem;

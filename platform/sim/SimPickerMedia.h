@@ -7,7 +7,7 @@
 
 #include "host/StatusOr.h"
 #include "host/Value.h"
-#include "platform/ImageCodec.h"
+#include "imaging/ImageCodec.h"
 #include "platform/PhotoLibrary.h"
 
 namespace velqor {
