@@ -39,5 +39,14 @@ while IFS= read -r file; do
     fi
   done < <(sed -n 's/^#include [<"]\([^">]*\)[">].*/\1/p' "$file")
 done < <(git ls-files '*.h' '*.cpp' 2>/dev/null || find . -name '*.h' -o -name '*.cpp' | sed 's|^\./||')
+# Every folder that holds code says what it owns in a README.md.
+while IFS= read -r folder; do
+  checked=$((checked + 1))
+  if [ ! -f "$folder/README.md" ]; then
+    echo "FAIL $folder holds code but no README.md"
+    bad=$((bad + 1))
+  fi
+done < <(git ls-files '*.h' '*.cpp' '*.js' '*.mjs' '*.ts' '*.sh' 2>/dev/null | grep -v -E '(^|/)node_modules/' |
+         xargs -r -n1 dirname | sort -u | grep -v '^\.$' | grep -v '^\.ci$')
 echo "check-layers: $((checked - bad)) passed, $bad failed"
 [ "$bad" -eq 0 ]
