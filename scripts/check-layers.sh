@@ -48,5 +48,17 @@ while IFS= read -r folder; do
   fi
 done < <(git ls-files '*.h' '*.cpp' '*.js' '*.mjs' '*.ts' '*.sh' 2>/dev/null | grep -v -E '(^|/)node_modules/' |
          xargs -r -n1 dirname | sort -u | grep -v '^\.$' | grep -v '^\.ci$')
+# Every top-level folder is a row of docs/ARCHITECTURE.md's folder table.
+for folder in */; do
+  folder=${folder%/}
+  [ "$folder" = node_modules ] && continue
+  case $folder in build*) continue ;; esac
+  git ls-files --error-unmatch "$folder" >/dev/null 2>&1 || continue
+  checked=$((checked + 1))
+  if ! grep -q "^| \`$folder/" docs/ARCHITECTURE.md; then
+    echo "FAIL $folder/ is not in docs/ARCHITECTURE.md's folder table"
+    bad=$((bad + 1))
+  fi
+done
 echo "check-layers: $((checked - bad)) passed, $bad failed"
 [ "$bad" -eq 0 ]
