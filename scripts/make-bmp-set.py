@@ -155,14 +155,17 @@ def rle_case(name, four, delta):
             for i in range(run):
                 grid[y][x + i] = y * 11 + 3
         x += run
-        lit = [(x + i + y) % (16 if four else 256) for i in range(4)]  # even literal length
+        # A literal run: 3 pixels and a pad byte at 8 bits; 4 at 4 bits, since
+        # Pillow 9.4 drops the last pixel of an odd 4-bit literal run.
+        n = 4 if four else 3
+        lit = [(x + i + y) % (16 if four else 256) for i in range(n)]
         if four:
             out += bytes([0, 4, lit[0] << 4 | lit[1], lit[2] << 4 | lit[3]])
         else:
-            out += bytes([0, 4] + lit)
+            out += bytes([0, 3] + lit + [0])
         for i, v in enumerate(lit):
             grid[y][x + i] = v
-        x += 4
+        x += n
         rest = W - x
         out += bytes([rest, (9 << 4 | 9) if four else 9])
         for i in range(rest):

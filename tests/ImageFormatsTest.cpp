@@ -4,6 +4,7 @@
 #include <functional>
 #include <random>
 
+#include "host/FileBytes.h"
 #include "imaging/codecs/LinuxImageCodec.h"
 #include "tests/FormatSamples.h"
 #include "tests/TestImages.h"
@@ -318,6 +319,13 @@ void PrintTo(const MutationCase& c, std::ostream* os) { *os << c.name; }
 
 constexpr int kMutations = 400;
 
+// A file of the generated BMP set (tests/data/bmp).
+Bytes generatedBmp(const std::string& name) {
+  auto bytes = FileBytes::read(std::string(VELQOR_SOURCE_DIR) + "/tests/data/bmp/" + name);
+  EXPECT_TRUE(bytes.ok()) << name;
+  return bytes.ok() ? *bytes : Bytes(64, 0);
+}
+
 class DamagedFiles : public ::testing::TestWithParam<MutationCase> {};
 
 // Copies with bytes overwritten or cut short, from a fixed seed: each one
@@ -358,7 +366,11 @@ INSTANTIATE_TEST_SUITE_P(
                       MutationCase{"webpAnimated",
                                    [] { return FormatSamples::webpAnimated({solid(8, 8, kRed), solid(8, 8, kBlue)}); }},
                       MutationCase{"tiffDeflate", [] { return FormatSamples::tiff(quadrants(24, 16, 4), 6, {}, true); }},
-                      MutationCase{"bmp", [] { return FormatSamples::bmp(quadrants(24, 16, 4)); }}),
+                      MutationCase{"bmp", [] { return FormatSamples::bmp(quadrants(24, 16, 4)); }},
+                      MutationCase{"bmpRle8", [] { return generatedBmp("rle8-delta.bmp"); }},
+                      MutationCase{"bmpRle4", [] { return generatedBmp("rle4-delta.bmp"); }},
+                      MutationCase{"bmpPalette4V5", [] { return generatedBmp("pal4-v5.bmp"); }},
+                      MutationCase{"bmpBitFields16", [] { return generatedBmp("fields16-565-v4.bmp"); }}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
