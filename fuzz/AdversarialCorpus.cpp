@@ -1,6 +1,7 @@
 #include "fuzz/AdversarialCorpus.h"
 
 #include <jpeglib.h>
+#include <webp/encode.h>
 #include <zlib.h>
 
 #include <cstdio>
@@ -226,12 +227,96 @@ std::string pngClaiming(unsigned width, unsigned height) {
 
 std::string bomb(size_t expandedBytes) { return deflate(std::string(expandedBytes, '\0')); }
 
+// ---- BMP, GIF and TIFF by hand, for the decoders' hostile cases ----
+
+// A BMP with an info header: `palette` as RGB triples, then `data` at the offset.
+std::string bmp(int width, int height, int bits, std::uint32_t compression, const std::string& palette,
+                const std::string& data, std::uint32_t coloursUsed = 0) {
+  std::string info;
+  for (std::uint32_t v : {40u, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)}) put32le(info, v);
+  put16le(info, 1);
+  put16le(info, static_cast<unsigned>(bits));
+  for (std::uint32_t v : {compression, static_cast<std::uint32_t>(data.size()), 2835u, 2835u, coloursUsed, 0u})
+    put32le(info, v);
+  std::string table;
+  for (size_t i = 0; i + 2 < palette.size(); i += 3) table += std::string{palette[i + 2], palette[i + 1], palette[i], '\0'};
+  std::string out = "BM";
+  const auto offset = static_cast<std::uint32_t>(14 + info.size() + table.size());
+  put32le(out, offset + static_cast<std::uint32_t>(data.size()));
+  put32le(out, 0);
+  put32le(out, offset);
+  return out + info + table + data;
+}
+
+// Rows of `bits`-deep pixels from a pattern, each padded to four bytes.
+std::string bmpRows(int width, int height, int bits) {
+  std::string out;
+  const size_t stride = (static_cast<size_t>(width) * bits + 31) / 32 * 4;
+  for (int y = 0; y < height; ++y)
+    for (size_t x = 0; x < stride; ++x) out += static_cast<char>((x * 29 + static_cast<size_t>(y) * 7) & 0xFF);
+  return out;
+}
+
+// A GIF of one frame with a 256-colour table, its LZW data as 9-bit literal
+// codes with a clear code before the table could grow past them.
+std::string gif(int screenWidth, int screenHeight, int width, int height) {
+  std::string g = "GIF89a";
+  put16le(g, static_cast<unsigned>(screenWidth));
+  put16le(g, static_cast<unsigned>(screenHeight));
+  g += std::string{'\xF7', '\0', '\0'};
+  for (int i = 0; i < 256; ++i) g += std::string{static_cast<char>(i), static_cast<char>(255 - i), static_cast<char>(i * 3)};
+  g += '\x2C';
+  put16le(g, 0);
+  put16le(g, 0);
+  put16le(g, static_cast<unsigned>(width));
+  put16le(g, static_cast<unsigned>(height));
+  g += '\0';
+  g += '\x08';
+  std::string lzw;
+  std::uint32_t acc = 0;
+  int have = 0, sinceClear = 0;
+  auto code = [&](unsigned c) {
+    acc |= c << have;
+    for (have += 9; have >= 8; have -= 8, acc >>= 8) lzw += static_cast<char>(acc & 0xFF);
+  };
+  code(256);
+  for (int i = 0; i < width * height; ++i) {
+    if (++sinceClear == 250) code(256), sinceClear = 1;
+    code(static_cast<unsigned>((i * 7) & 0xFF));
+  }
+  code(257);
+  if (have > 0) lzw += static_cast<char>(acc & 0xFF);
+  for (size_t at = 0; at < lzw.size(); at += 255) {
+    const std::string block = lzw.substr(at, 255);
+    g += static_cast<char>(block.size());
+    g += block;
+  }
+  return g + std::string{'\0', '\x3B'};
+}
+
+// A lossless (with alpha) or lossy WebP of a pattern, from libwebp's encoder.
+std::string webp(int width, int height, bool lossless) {
+  std::vector<std::uint8_t> pixels(static_cast<size_t>(width) * height * 4);
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<std::uint8_t>((i * 11) ^ (i >> 5));
+  std::uint8_t* out = nullptr;
+  const size_t size = lossless ? WebPEncodeLosslessRGBA(pixels.data(), width, height, width * 4, &out)
+                               : WebPEncodeRGBA(pixels.data(), width, height, width * 4, 80, &out);
+  std::string bytes(reinterpret_cast<const char*>(out), size);
+  WebPFree(out);
+  return bytes;
+}
+
+// What a capture of a file of a few hundred bytes may take at most; an
+// ordinary capture's process peaks near 50 MiB.
+constexpr long kSmallFilePeakMiB = 128;
+
 // ---- the corpus ----
 
 class Builder {
  public:
-  void add(std::string family, std::string name, std::string bytes, bool movie = false) {
-    entries.push_back({std::move(family), std::to_string(entries.size()) + "-" + std::move(name), std::move(bytes), movie});
+  void add(std::string family, std::string name, std::string bytes, bool movie = false, long peakMiB = 0) {
+    entries.push_back(
+        {std::move(family), std::to_string(entries.size()) + "-" + std::move(name), std::move(bytes), movie, peakMiB});
   }
   // Copies cut at `count` points spread over the file.
   void truncations(const std::string& family, const std::string& ext, const std::string& whole, int count,
@@ -397,6 +482,84 @@ StatusOr<std::vector<CorpusEntry>> AdversarialCorpus::make(const std::string& sc
   b.flips("flipped-png", ".png", scene, 50);
   b.flips("flipped-progressive-jpeg", ".jpg", progressive, 30);
   b.flips("flipped-arithmetic-jpeg", ".jpg", jpeg({.width = 40, .height = 40, .arithmetic = true}), 20);
+
+  // BMP: indices past a short palette, headers far larger than their data,
+  // every depth and both run-length codings, cut and damaged.
+  {
+    std::string repro = bmp(4, 4, 8, 0, std::string("\x0A\x14\x1E\x28\x32\x3C", 6), std::string(16, '\xFF'), 2);
+    b.add("bmp-palette-overrun", "indices-past-palette.bmp", repro);
+    std::string huge = bmp(10000, 10000, 24, 0, "", std::string(64, '\x40'));
+    b.add("bmp-truncated-huge", "truncated-10000x10000.bmp", huge, false, kSmallFilePeakMiB);
+    b.add("bmp-rle-bomb", "rle8-ends-at-once.bmp", bmp(10000, 10000, 8, 1, std::string(6, '\x7F'), std::string("\0\1", 2), 2),
+          false, kSmallFilePeakMiB);
+    std::string palette;
+    for (int i = 0; i < 256 * 3; ++i) palette += static_cast<char>(i * 13);
+    for (int bits : {1, 4, 8, 16, 24, 32})
+      b.add("bmp-layout", std::to_string(bits) + "bit.bmp",
+            bmp(23, 11, bits, 0, bits <= 8 ? palette.substr(0, (size_t{3} << bits)) : "", bmpRows(23, 11, bits)));
+    // Runs, a literal run, a jump, row ends and the end.
+    const std::string runs("\x05\x07\x00\x03\x01\x02\x03\x00\x00\x02\x02\x01\x04\x09\x00\x00\x06\x0B\x00\x01", 20);
+    const std::string rle8 = bmp(12, 4, 8, 1, palette, runs);
+    const std::string rle4 = bmp(12, 4, 4, 2, palette.substr(0, 48), runs);
+    b.add("bmp-rle", "rle8.bmp", rle8);
+    b.add("bmp-rle", "rle4.bmp", rle4);
+    const std::string eight = bmp(23, 11, 8, 0, palette.substr(0, 30), bmpRows(23, 11, 8), 10);
+    b.truncations("bmp-truncated", ".bmp", eight, 10);
+    b.truncations("bmp-truncated-rle", ".bmp", rle8, 8);
+    b.flips("bmp-flipped", ".bmp", eight, 15);
+    b.flips("bmp-flipped-rle", ".bmp", rle4, 15);
+  }
+
+  // GIF: a huge screen around a one-pixel frame, an index past a two-colour
+  // table, cut and damaged frames.
+  {
+    const std::string tinyFrame{'G', 'I', 'F', '8', '9', 'a', 0x10, 0x27, 0x10, 0x27, '\x80', 0, 0, '\xFF', 0, 0, 0, 0,
+                                '\xFF', 0x2C, 0, 0, 0, 0, 1, 0, 1, 0, 0, 2, 2, 0x4C, 0x01, 0, 0x3B};
+    b.add("gif-huge-screen", "tiny-frame-10000x10000-screen.gif", tinyFrame, false, kSmallFilePeakMiB);
+    b.add("gif-index-past-table", "index-past-table.gif",
+          std::string{'G', 'I', 'F', '8', '9', 'a', 1, 0, 2, 0, '\x80', 0, 0, '\xFF', 0, 0, 0, 0, '\xFF', 0x2C, 0, 0, 0, 0,
+                      1, 0, 2, 0, 0, 2, 2, '\xC4', 0x0A, 0, 0x3B});
+    const std::string whole = gif(20, 12, 20, 12);
+    b.add("gif-valid", "literal.gif", whole);
+    b.add("gif-frame-off-screen", "frame-larger-than-screen.gif", gif(4, 4, 20, 12));
+    b.truncations("gif-truncated", ".gif", whole, 10);
+    b.flips("gif-flipped", ".gif", whole, 20);
+  }
+
+  // TIFF: a JPEG strip declaring 10000 x 10000, a colour map cut short, cut
+  // and damaged strips.
+  {
+    const std::string strip = jpeg({.width = 48, .height = 32, .grey = true});
+    const std::uint32_t dataAt = 8 + 2 + 12 * 9 + 4;
+    b.add("tiff-jpeg-huge", "jpeg-10000x10000.tif",
+          tiff({{256, 4, 1, 10000}, {257, 4, 1, 10000}, {258, 3, 1, 8}, {259, 3, 1, 7}, {262, 3, 1, 1},
+                {273, 4, 1, dataAt}, {277, 3, 1, 1}, {278, 4, 1, 10000}, {279, 4, 1, static_cast<std::uint32_t>(strip.size())}},
+               0, strip),
+          false, kSmallFilePeakMiB);
+    const std::string pixels(16, '\x05');
+    b.add("tiff-short-colour-map", "colour-map-of-two.tif",
+          tiff({{256, 3, 1, 4}, {257, 3, 1, 4}, {258, 3, 1, 8}, {259, 3, 1, 1}, {262, 3, 1, 3}, {273, 4, 1, dataAt + 12},
+                {277, 3, 1, 1}, {279, 4, 1, 16}, {320, 3, 6, dataAt}},
+               0, std::string(12, '\x40') + pixels));
+    std::string rgb;
+    for (int i = 0; i < 24 * 16 * 3; ++i) rgb += static_cast<char>(i * 5);
+    const std::string plainTiff =
+        tiff({{256, 3, 1, 24}, {257, 3, 1, 16}, {258, 3, 1, 8}, {259, 3, 1, 1}, {262, 3, 1, 1}, {273, 4, 1, dataAt},
+              {277, 3, 1, 1}, {278, 3, 1, 16}, {279, 4, 1, 24 * 16}},
+             0, rgb.substr(0, 24 * 16));
+    b.add("tiff-valid", "grey.tif", plainTiff);
+    b.truncations("tiff-truncated", ".tif", plainTiff, 10);
+    b.flips("tiff-flipped", ".tif", plainTiff, 20);
+  }
+
+  // WebP: lossless and lossy, cut and damaged.
+  for (bool lossless : {true, false}) {
+    const std::string whole = webp(24, 16, lossless);
+    const std::string kind = lossless ? "lossless" : "lossy";
+    b.add("webp-valid", kind + ".webp", whole);
+    b.truncations("webp-truncated-" + kind, ".webp", whole, 8);
+    b.flips("webp-flipped-" + kind, ".webp", whole, 15);
+  }
 
   // Movies.
   auto movie = [&](const MovieSpec& recipe, const std::string& name) -> StatusOr<std::string> {

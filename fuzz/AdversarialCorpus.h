@@ -13,6 +13,10 @@ struct CorpusEntry {
   std::string name;    // file name, extension included (it may lie about the type)
   std::string bytes;
   bool movie = false;  // handed to the picker as a recorded movie rather than a photo
+  // When not 0, the most resident memory (MiB) the process of a whole capture
+  // of it may reach: for files whose header claims far more pixels than their
+  // data holds.
+  long peakMiB = 0;
 };
 
 // Generates the adversarial corpus with the project's own code and a few
@@ -20,7 +24,9 @@ struct CorpusEntry {
 // zero-length and magic-only files, huge, repeated and looping EXIF, zTXt and
 // iCCP decompression bombs, CMYK, arithmetic-coded and progressive JPEGs with
 // scan floods, 16-bit, interlaced, palette and grey PNGs, files whose
-// extension lies, byte-flipped copies, and movies that are truncated,
+// extension lies, byte-flipped copies, BMP, GIF and TIFF files whose palettes
+// are indexed past their end or whose headers claim far more than their data
+// can fill, and movies that are truncated,
 // audio-only, carry PCM audio, or are playlists or images named .mov.
 // Deterministic: the same entries every time.
 //

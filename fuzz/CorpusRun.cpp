@@ -246,6 +246,13 @@ int main(int argc, char** argv) {
     peakKiB = std::max(peakKiB, usage.ru_maxrss);
     if (usage.ru_maxrss > kMemoryLimitKiB)
       problems.push_back(entry.name + ": peak memory " + std::to_string(usage.ru_maxrss / 1024) + " MiB");
+    if (entry.peakMiB > 0) {
+      if (std::getenv("VELQOR_CORPUS_VERBOSE"))
+        std::cout << entry.name << ": peak memory " << usage.ru_maxrss / 1024 << " MiB\n";
+      if (usage.ru_maxrss > entry.peakMiB * 1024)
+        problems.push_back(entry.name + ": peak memory " + std::to_string(usage.ru_maxrss / 1024) + " MiB, more than the " +
+                           std::to_string(entry.peakMiB) + " MiB a file this small may take");
+    }
     if (WIFSIGNALED(status) || (WIFEXITED(status) && WEXITSTATUS(status) != 0)) {
       const bool hang = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
       (hang ? hangs : crashes) += 3;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <random>
 
+#include "host/FileBytes.h"
 #include "imaging/codecs/LinuxImageCodec.h"
 #include "tests/FormatSamples.h"
 #include "tests/TestImages.h"
@@ -138,6 +139,57 @@ Bytes bmpWith(size_t offset, std::uint32_t value) {
   return b;
 }
 
+// The 78-byte file of the attack: 4 x 4 at 8 bits, two palette entries, and
+// every index 0xFF.
+Bytes bmpIndicesPastPalette() {
+  Bytes b{'B', 'M', 78, 0, 0, 0, 0, 0, 0, 0, 62, 0, 0, 0};
+  const std::uint32_t info[] = {40, 4, 4, 1 | (8u << 16), 0, 16, 2835, 2835, 2, 0};
+  for (std::uint32_t v : info) {
+    b.resize(b.size() + 4);
+    putLittle32(b, b.size() - 4, v);
+  }
+  const std::uint8_t palette[] = {30, 20, 10, 0, 60, 50, 40, 0};
+  b.insert(b.end(), std::begin(palette), std::end(palette));
+  b.resize(78, 0xFF);
+  return b;
+}
+
+// A 24-bit header claiming 10000 x 10000 and 64 bytes of its pixels: 118 bytes.
+Bytes bmpTruncatedHuge() {
+  Bytes b = bmpWith(18, 10000);
+  putLittle32(b, 22, 10000);
+  b.resize(118);
+  return b;
+}
+
+// An 8-bit run-length header claiming 10000 x 10000, whose data ends the image at once.
+Bytes bmpRunLengthEndsAtOnce() {
+  Bytes b = bmpIndicesPastPalette();
+  putLittle32(b, 18, 10000);
+  putLittle32(b, 22, 10000);
+  putLittle32(b, 30, 1);
+  b.resize(62);
+  b.insert(b.end(), {0, 1});
+  return b;
+}
+
+// A 10000 x 10000 screen around a 1 x 1 frame: 35 bytes.
+Bytes gifTinyFrameOnHugeScreen() {
+  return Bytes{'G', 'I', 'F', '8', '9', 'a', 0x10, 0x27, 0x10, 0x27, 0x80, 0, 0,  // screen, 2-colour table
+               255, 0, 0, 0, 0, 255,                                            // red, blue
+               0x2C, 0, 0, 0, 0, 1, 0, 1, 0, 0,                                 // 1 x 1 frame
+               2, 2, 0x4C, 0x01, 0,                                             // clear, index 1, end
+               0x3B};
+}
+
+// A 1 x 2 GIF whose 2-colour table is indexed past its end (index 3).
+Bytes gifIndexPastColourTable() {
+  return Bytes{'G', 'I', 'F', '8', '9', 'a', 1, 0, 2, 0, 0x80, 0, 0, 255, 0, 0, 0, 0, 255,
+               0x2C, 0, 0, 0, 0, 1, 0, 2, 0, 0,
+               2, 2, 0xC4, 0x0A, 0,  // clear, 0, 3, end (3-bit codes)
+               0x3B};
+}
+
 class NewImageFormats : public ::testing::TestWithParam<FormatCase> {};
 
 TEST_P(NewImageFormats, DecodeAsTheirLibraryWroteThemOrSayWhy) {
@@ -194,6 +246,10 @@ INSTANTIATE_TEST_SUITE_P(
                    "exceeds the pixel limit"},
         FormatCase{"gifTruncated", [] { return truncated(FormatSamples::gif(64, 64, {{quadrants(64, 64, 4)}}), 0.9); },
                    "", 0, 0, {}, 0, 0, false, "cannot decode GIF"},
+        FormatCase{"gifTinyFrameOnHugeScreen", gifTinyFrameOnHugeScreen, "", 0, 0, {}, 0, 0, false,
+                   "bytes can fill"},
+        FormatCase{"gifIndexPastColourTableIsTransparent", gifIndexPastColourTable, "gif", 1, 2,
+                   {{0, 0, {255, 0, 0}}, {0, 1, {0, 0, 0}, 0}}},
         FormatCase{"gifWithoutFrames", gifWithoutFrames, "", 0, 0, {}, 0, 0, false, "holds no frame"},
         FormatCase{"gifWithoutColourTable", gifWithoutColourTable, "", 0, 0, {}, 0, 0, false, "no colour table"},
         FormatCase{"webpLossy", [] { return FormatSamples::webpLossy(quadrants(32, 32, 3)); }, "webp", 32, 32,
@@ -224,6 +280,9 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"tiffHugeDimensions",
                    [] { return tiffWithTag(tiffWithTag(FormatSamples::tiff(quadrants(16, 8, 3)), 256, 100000), 257, 100000); },
                    "", 0, 0, {}, 0, 0, false, "exceeds the pixel limit"},
+        FormatCase{"tiffDeclaresMoreThanItsStripsHold",
+                   [] { return tiffWithTag(tiffWithTag(FormatSamples::tiff(quadrants(16, 8, 3)), 256, 10000), 257, 10000); },
+                   "", 0, 0, {}, 0, 0, false, "bytes of image data can fill"},
         FormatCase{"tiffUnknownCompression",
                    [] { return tiffWithTag(FormatSamples::tiff(quadrants(16, 8, 3)), 259, 50000); }, "", 0, 0, {}, 0, 0,
                    false, "cannot decode TIFF"},
@@ -234,6 +293,11 @@ INSTANTIATE_TEST_SUITE_P(
                    kTranslucent16x8},
         FormatCase{"bmpHugeHeader", [] { Bytes b = bmpWith(18, 100000); putLittle32(b, 22, 100000); return b; }, "", 0,
                    0, {}, 0, 0, false, "exceeds the pixel limit"},
+        FormatCase{"bmpIndicesPastThePaletteAreGreyOfTheirValue", bmpIndicesPastPalette, "bmp", 4, 4,
+                   {{0, 0, {255, 255, 255}}, {3, 3, {255, 255, 255}}}},
+        FormatCase{"bmpTruncatedHuge", bmpTruncatedHuge, "", 0, 0, {}, 0, 0, false, "bytes of pixels where"},
+        FormatCase{"bmpRunLengthEndingAtOnce", bmpRunLengthEndsAtOnce, "", 0, 0, {}, 0, 0, false,
+                   "bytes of run-length data can fill"},
         FormatCase{"bmpRunLengthEncoded", [] { return bmpWith(30, 1); }, "", 0, 0, {}, 0, 0, false, "cannot decode BMP"},
         FormatCase{"bmpGarbageAfterMagic", [] { Bytes b(200, 0xFF); b[0] = 'B', b[1] = 'M'; return b; }, "", 0, 0, {},
                    0, 0, false, "cannot decode BMP"}),
@@ -254,6 +318,13 @@ struct MutationCase {
 void PrintTo(const MutationCase& c, std::ostream* os) { *os << c.name; }
 
 constexpr int kMutations = 400;
+
+// A file of the generated BMP set (tests/data/bmp).
+Bytes generatedBmp(const std::string& name) {
+  auto bytes = FileBytes::read(std::string(VELQOR_SOURCE_DIR) + "/tests/data/bmp/" + name);
+  EXPECT_TRUE(bytes.ok()) << name;
+  return bytes.ok() ? *bytes : Bytes(64, 0);
+}
 
 class DamagedFiles : public ::testing::TestWithParam<MutationCase> {};
 
@@ -295,7 +366,11 @@ INSTANTIATE_TEST_SUITE_P(
                       MutationCase{"webpAnimated",
                                    [] { return FormatSamples::webpAnimated({solid(8, 8, kRed), solid(8, 8, kBlue)}); }},
                       MutationCase{"tiffDeflate", [] { return FormatSamples::tiff(quadrants(24, 16, 4), 6, {}, true); }},
-                      MutationCase{"bmp", [] { return FormatSamples::bmp(quadrants(24, 16, 4)); }}),
+                      MutationCase{"bmp", [] { return FormatSamples::bmp(quadrants(24, 16, 4)); }},
+                      MutationCase{"bmpRle8", [] { return generatedBmp("rle8-delta.bmp"); }},
+                      MutationCase{"bmpRle4", [] { return generatedBmp("rle4-delta.bmp"); }},
+                      MutationCase{"bmpPalette4V5", [] { return generatedBmp("pal4-v5.bmp"); }},
+                      MutationCase{"bmpBitFields16", [] { return generatedBmp("fields16-565-v4.bmp"); }}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -10,6 +10,9 @@
 namespace velqor {
 namespace {
 
+constexpr std::uint64_t kLzwPixelsPerByte = 2731;
+constexpr std::uint64_t kBlankPixels = 4u << 20;
+
 struct Reader {
   std::span<const std::uint8_t> bytes;
   std::size_t at = 0;
@@ -98,6 +101,27 @@ std::vector<int> rowOrder(int height, bool interlaced) {
   return rows;
 }
 
+// Reads the first frame's rows in stored order, handing each to `row` with its
+// frame row number; only one row of the frame is held at a time.
+template <typename RowFn>
+Status readFirstFrame(const Bytes& bytes, const DecodeLimits& limits, RowFn&& row) {
+  ASSIGN_OR_RETURN(Opened o, open(bytes));
+  GifFileType* gif = o.gif.get();
+  int transparent = -1;
+  RETURN_IF_ERROR(toFirstFrame(gif, transparent));
+  if (DGifGetImageDesc(gif) == GIF_ERROR) return gifError(" frame", gif->Error);
+  const GifImageDesc& frame = gif->Image;
+  RETURN_IF_ERROR(checkSize("frame", frame.Width, frame.Height, limits));
+  const ColorMapObject* map = frame.ColorMap ? frame.ColorMap : gif->SColorMap;
+  if (!map || !map->Colors) return Status::dataLoss("cannot decode GIF: the frame has no colour table");
+  std::vector<GifPixelType> line(static_cast<std::size_t>(frame.Width));
+  for (int y : rowOrder(frame.Height, frame.Interlace)) {
+    if (DGifGetLine(gif, line.data(), frame.Width) == GIF_ERROR) return gifError(" frame", gif->Error);
+    row(frame, *map, transparent, y, line);
+  }
+  return Status::okStatus();
+}
+
 class GifSource final : public ImageSource {
  public:
   GifSource(std::shared_ptr<const Bytes> bytes, int w, int h, DecodeLimits limits)
@@ -108,30 +132,29 @@ class GifSource final : public ImageSource {
   std::shared_ptr<const Bytes> iccProfile() const override { return nullptr; }
   Status checkDecode(int, int) const override { return Status::okStatus(); }
 
+  // The frame's data decodes, read a row at a time: no screen is allocated.
+  Status checkPixels() const override {
+    return readFirstFrame(*bytes_, limits_, [](const GifImageDesc&, const ColorMapObject&, int, int,
+                                               const std::vector<GifPixelType>&) {});
+  }
+
   StatusOr<Bitmap> decode(int, int) const override {
-    ASSIGN_OR_RETURN(Opened o, open(*bytes_));
-    GifFileType* gif = o.gif.get();
-    int transparent = -1;
-    RETURN_IF_ERROR(toFirstFrame(gif, transparent));
-    if (DGifGetImageDesc(gif) == GIF_ERROR) return gifError(" frame", gif->Error);
-    const GifImageDesc& frame = gif->Image;
-    RETURN_IF_ERROR(checkSize("frame", frame.Width, frame.Height, limits_));
-    const ColorMapObject* map = frame.ColorMap ? frame.ColorMap : gif->SColorMap;
-    if (!map || !map->Colors) return Status::dataLoss("cannot decode GIF: the frame has no colour table");
-    Bitmap out(w_, h_, 4);  // the uncovered screen stays transparent
-    std::vector<GifPixelType> line(static_cast<std::size_t>(frame.Width));
-    for (int y : rowOrder(frame.Height, frame.Interlace)) {
-      if (DGifGetLine(gif, line.data(), frame.Width) == GIF_ERROR) return gifError(" frame", gif->Error);
-      const long screenY = static_cast<long>(frame.Top) + y;
-      if (screenY < 0 || screenY >= h_) continue;
-      for (int x = 0; x < frame.Width; ++x) {
-        const long screenX = static_cast<long>(frame.Left) + x;
-        const int index = line[static_cast<std::size_t>(x)];
-        if (screenX < 0 || screenX >= w_ || index == transparent || index >= map->ColorCount) continue;
-        std::uint8_t* p = out.row(static_cast<int>(screenY)) + screenX * 4;
-        p[0] = map->Colors[index].Red, p[1] = map->Colors[index].Green, p[2] = map->Colors[index].Blue, p[3] = 255;
-      }
-    }
+    Bitmap out(w_, h_, 4);  // zeroed: the uncovered screen stays transparent
+    RETURN_IF_ERROR(readFirstFrame(
+        *bytes_, limits_,
+        [&](const GifImageDesc& frame, const ColorMapObject& map, int transparent, int y,
+            const std::vector<GifPixelType>& line) {
+          const long screenY = static_cast<long>(frame.Top) + y;
+          if (screenY < 0 || screenY >= h_) return;
+          for (int x = 0; x < frame.Width; ++x) {
+            const long screenX = static_cast<long>(frame.Left) + x;
+            const int index = line[static_cast<std::size_t>(x)];
+            // An index past the colour table has no colour: it stays transparent.
+            if (screenX < 0 || screenX >= w_ || index == transparent || index >= map.ColorCount) continue;
+            std::uint8_t* p = out.row(static_cast<int>(screenY)) + screenX * 4;
+            p[0] = map.Colors[index].Red, p[1] = map.Colors[index].Green, p[2] = map.Colors[index].Blue, p[3] = 255;
+          }
+        }));
     return out;
   }
 
@@ -153,6 +176,14 @@ StatusOr<std::shared_ptr<const ImageSource>> GifCodec::source(std::shared_ptr<co
   ASSIGN_OR_RETURN(Opened o, open(*bytes));
   const int w = o.gif->SWidth, h = o.gif->SHeight;
   RETURN_IF_ERROR(checkSize("screen", w, h, limits));
+  // The screen is what a decode allocates, yet a tiny file may declare a huge
+  // one around a one-pixel frame. LZW with 12-bit codes draws at most about
+  // 2730 pixels per byte; a screen beyond that (and a blank allowance) is
+  // refused before its memory is taken.
+  const std::uint64_t screen = static_cast<std::uint64_t>(w) * static_cast<std::uint64_t>(h);
+  if (screen > kBlankPixels + kLzwPixelsPerByte * bytes->size())
+    return Status::dataLoss("cannot decode GIF: a " + std::to_string(w) + "x" + std::to_string(h) + " screen is more than " +
+                            std::to_string(bytes->size()) + " bytes can fill");
   return std::shared_ptr<const ImageSource>(std::make_shared<GifSource>(std::move(bytes), w, h, limits));
 }
 

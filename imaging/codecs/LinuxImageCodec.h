@@ -6,7 +6,7 @@ namespace velqor {
 
 // The image codec of this build: JPEG (libjpeg-turbo), PNG (libspng), HEIF
 // (libheif), GIF (giflib, first frame), WebP (libwebp), TIFF (libtiff) and BMP
-// (stb_image) decoding; JPEG and PNG encoding; EXIF through Exiv2.
+// (our own BmpCodec) decoding; JPEG and PNG encoding; EXIF through Exiv2.
 //
 // What the representations keep, as the phone's do: the JPEG representation
 // writes the stored pixels unchanged with the image's orientation as its EXIF

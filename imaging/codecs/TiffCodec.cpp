@@ -86,6 +86,62 @@ std::shared_ptr<const Bytes> readProfile(TIFF* tiff) {
   return IccProfiles::rgbProfile(std::span<const std::uint8_t>(static_cast<const std::uint8_t*>(data), size));
 }
 
+// The most bytes of samples one byte of a strip can expand to, by
+// compression: PackBits repeats a byte 128 times for two; LZW's 12-bit codes
+// reach about 2730; deflate 1032; JPEG's blocks of zero coefficients near
+// 1024. For the others (fax, zstd, lzma, ...) a generous bound.
+std::uint64_t bestRatio(std::uint16_t compression) {
+  switch (compression) {
+    case COMPRESSION_NONE: return 1;
+    case COMPRESSION_PACKBITS: return 64;
+    case COMPRESSION_LZW: return 2731;
+    case COMPRESSION_ADOBE_DEFLATE:
+    case COMPRESSION_DEFLATE: return 1032;
+    case COMPRESSION_OJPEG:
+    case COMPRESSION_JPEG: return 1024;
+    default: return 16384;
+  }
+}
+constexpr std::uint64_t kBlankBytes = 16u << 20;
+
+// Why a directory declares more samples than its strips or tiles could hold,
+// or ok. The bytes they claim count only as far as the file goes.
+Status checkDataCanFill(TIFF* tiff, std::uint32_t w, std::uint32_t h, std::size_t fileSize) {
+  std::uint16_t compression = COMPRESSION_NONE, samples = 1, bits = 1;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+  const bool tiled = TIFFIsTiled(tiff) != 0;
+  const std::uint32_t count = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+  std::uint64_t* sizes = nullptr;
+  if (TIFFGetField(tiff, tiled ? TIFFTAG_TILEBYTECOUNTS : TIFFTAG_STRIPBYTECOUNTS, &sizes) != 1 || !sizes)
+    return Status::dataLoss("cannot decode TIFF: no strip sizes");
+  std::uint64_t data = 0;
+  for (std::uint32_t i = 0; i < count && data < fileSize; ++i) data += sizes[i];
+  data = std::min<std::uint64_t>(data, fileSize);
+  const std::uint64_t declared = std::uint64_t{w} * h * std::max<std::uint16_t>(samples, 1) * std::max<std::uint16_t>(bits, 1) / 8;
+  if (declared > kBlankBytes + bestRatio(compression) * data)
+    return Status::dataLoss("cannot decode TIFF: " + std::to_string(w) + "x" + std::to_string(h) + " is more than " +
+                            std::to_string(data) + " bytes of image data can fill");
+  return Status::okStatus();
+}
+
+// Reads every strip or tile in turn into one buffer: the data decodes, and no
+// more than one strip's memory is taken.
+Status readEachStrip(TIFF* tiff, const Stream& stream) {
+  const bool tiled = TIFFIsTiled(tiff) != 0;
+  const tmsize_t size = tiled ? TIFFTileSize(tiff) : TIFFStripSize(tiff);
+  if (size <= 0) return Status::dataLoss("cannot decode TIFF: " + (stream.error.empty() ? "no strips" : stream.error));
+  std::vector<std::uint8_t> buffer(static_cast<std::size_t>(size));
+  const std::uint32_t count = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const tmsize_t got = tiled ? TIFFReadEncodedTile(tiff, i, buffer.data(), size)
+                               : TIFFReadEncodedStrip(tiff, i, buffer.data(), size);
+    if (got < 0) return Status::dataLoss("cannot decode TIFF: " + (stream.error.empty() ? "damaged data" : stream.error));
+  }
+  return Status::okStatus();
+}
+
 struct RgbaImage {
   TIFFRGBAImage image{};
   bool begun = false;
@@ -104,6 +160,13 @@ class TiffSource final : public ImageSource {
   std::string typeName() const override { return "tiff"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
   Status checkDecode(int, int) const override { return Status::okStatus(); }
+
+  Status checkPixels() const override {
+    ASSIGN_OR_RETURN(Opened o, open(*bytes_, limits_));
+    char why[1024] = {};
+    if (!TIFFRGBAImageOK(o.tiff.get(), why)) return Status::dataLoss(std::string("cannot decode TIFF: ") + why);
+    return readEachStrip(o.tiff.get(), *o.stream);
+  }
 
   StatusOr<Bitmap> decode(int, int) const override {
     ASSIGN_OR_RETURN(Opened o, open(*bytes_, limits_));
@@ -163,6 +226,7 @@ StatusOr<std::shared_ptr<const ImageSource>> TiffCodec::source(std::shared_ptr<c
   if (pixels > limits.maxPixels || pixels * 4 > limits.maxBytes || w > 0x7FFFFFFF || h > 0x7FFFFFFF)
     return Status::resourceExhausted("cannot decode: " + std::to_string(w) + "x" + std::to_string(h) +
                                      " exceeds the pixel limit of " + std::to_string(limits.maxPixels));
+  RETURN_IF_ERROR(checkDataCanFill(o.tiff.get(), w, h, bytes->size()));
   auto profile = readProfile(o.tiff.get());
   return std::shared_ptr<const ImageSource>(std::make_shared<TiffSource>(
       std::move(bytes), static_cast<int>(w), static_cast<int>(h), limits, std::move(profile)));

@@ -3,6 +3,7 @@
 #include <webp/decode.h>
 #include <webp/demux.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -10,6 +11,8 @@
 
 namespace velqor {
 namespace {
+
+constexpr int kCheckSide = 16;
 
 struct DemuxDeleter {
   void operator()(WebPDemuxer* d) const noexcept { WebPDemuxDelete(d); }
@@ -40,6 +43,25 @@ class WebpSource final : public ImageSource {
   std::string typeName() const override { return "webp"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
   Status checkDecode(int, int) const override { return Status::okStatus(); }
+
+  // A still image is decoded through libwebp's scaler into a thumbnail of at
+  // most 16 x 16: every row of the data is still decoded and checked, but a
+  // lossy image never holds its full-size pixels. Animations decode their
+  // first frame.
+  Status checkPixels() const override {
+    if (features_.has_animation) return decode(1, 1).status();
+    WebPDecoderConfig config;
+    if (!WebPInitDecoderConfig(&config)) return Status::internal("cannot start a WebP decoder");
+    config.options.use_scaling = 1;
+    config.options.scaled_width = std::min(features_.width, kCheckSide);
+    config.options.scaled_height = std::min(features_.height, kCheckSide);
+    config.options.use_threads = 0;
+    config.output.colorspace = MODE_RGBA;
+    const VP8StatusCode status = WebPDecode(bytes_->data(), bytes_->size(), &config);
+    WebPFreeDecBuffer(&config.output);
+    if (status != VP8_STATUS_OK) return Status::dataLoss("cannot decode WebP: the image data is damaged");
+    return Status::okStatus();
+  }
 
   StatusOr<Bitmap> decode(int, int) const override {
     ASSIGN_OR_RETURN(Bitmap out, features_.has_animation ? firstFrame() : still());
