@@ -62,9 +62,7 @@ void registerLibraryCommands(CLI::App& app, Registration& chosen) {
   exportCmd->callback([&chosen] {
     chosen.run = [] {
       auto lib = openLibrary(dir);
-      auto asset = lib->asset(id);
-      if (!asset.ok()) throw UsageError{asset.status().message()};
-      auto bytes = FileBytes::read((*asset)->filePath(), 1ull << 34);
+      auto bytes = lib->assetBytes(id, 1ull << 34);
       if (!bytes.ok()) throw UsageError{bytes.status().message()};
       if (Status s = FileBytes::writeAtomically(out, *bytes); !s.ok()) {
         Console::error(out + ": " + s.message());

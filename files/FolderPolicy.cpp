@@ -57,7 +57,9 @@ StatusOr<ResolvedFolder> ownFolder(std::string_view requested, const FolderOwner
   if (fs::exists(status)) {
     if (!fs::is_directory(status)) return refusedAs(path, "it is not a folder");
     if (force || owned.created(path)) return ResolvedFolder{path};
-    if (acceptLibrary && fs::is_regular_file(path + "/library.sqlite", ec)) return ResolvedFolder{path};
+    // A library's index is its own plain file: a link by that name makes no folder a library.
+    if (acceptLibrary && fs::is_regular_file(fs::symlink_status(path + "/library.sqlite", ec)))
+      return ResolvedFolder{path};
     std::string first;
     const long foreign = countEntries(path, &first, ours);
     if (foreign < 0) return refusedAs(path, "its entries cannot be read");

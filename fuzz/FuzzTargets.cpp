@@ -1,5 +1,6 @@
 #include "fuzz/FuzzTargets.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <unistd.h>
@@ -143,7 +144,16 @@ int imageMetadata(const std::uint8_t* data, std::size_t size) {
   const std::span<const std::uint8_t> bytes(data, size);
   auto properties = ImageMetadata::read(bytes);
   if (!properties.ok()) return 0;
+  // Another orientation than the one read, so the writer always has a change
+  // to make, and one that fits where the old value stood.
+  const auto found = properties->find("Orientation");
+  const std::int64_t old = found != properties->end() ? found->second.asInteger().value_or(1) : 1;
+  (*properties)["Orientation"] = Value(static_cast<std::int64_t>((old % 8 + 8) % 8 + 1));
+  const Bytes before(data, data + size);
   (void)ImageMetadata::write(bytes, *properties);
+  // The input is const: a writer that edits it in place would corrupt bytes
+  // its caller shares (a library asset, the picker's data).
+  if (!std::equal(before.begin(), before.end(), data)) std::abort();
   return 0;
 }
 
@@ -185,7 +195,8 @@ const std::vector<Target>& targets() {
                                        {"scenario_file", scenarioFile, scenarioSeeds},
                                        {"movie_export", movieExport, movieSeeds},
                                        {"json_readers", jsonReaders, jsonSeeds},
-                                       {"http_request", httpRequest, httpSeeds}};
+                                       {"http_request", httpRequest, httpSeeds},
+                                       {"library_file", libraryFile, librarySeeds}};
   return all;
 }
 

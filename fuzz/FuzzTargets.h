@@ -41,6 +41,11 @@ int jsonReaders(const std::uint8_t* data, std::size_t size);
 int httpRequest(const std::uint8_t* data, std::size_t size);
 std::vector<std::pair<std::string, std::string>> httpSeeds();
 
+// A photo library's index: a database file, or SQL text that lays one out,
+// opened, listed and read by the library.
+int libraryFile(const std::uint8_t* data, std::size_t size);
+std::vector<std::pair<std::string, std::string>> librarySeeds();
+
 const std::vector<Target>& targets();
 const Target* targetNamed(const std::string& name);
 

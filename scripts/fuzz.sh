@@ -12,7 +12,7 @@ CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DVELQOR_FUZZ=ON >/dev/null
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(take_picture_arguments image_pipeline image_metadata strings_file scenario_file movie_export json_readers
-           http_request)
+           http_request library_file)
 fi
 cmake --build "$build" -j "$(nproc)" --target fuzz_replay $(printf 'fuzz_%s ' "${targets[@]}")
 "$build/fuzz/fuzz_replay" --seeds "$build/fuzz-seeds"

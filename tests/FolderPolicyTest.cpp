@@ -1,10 +1,13 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "files/ContainedRemover.h"
 #include "files/FolderPolicy.h"
 #include "files/UploadsFolder.h"
 #include "session/ScenarioRunner.h"
@@ -235,6 +238,216 @@ TEST_F(FolderTree, StaleUploadFoldersAreSweptAndLiveOnesKept) {
     serveFolders += e.path().filename().string().rfind("velqor-serve-", 0) == 0;
   EXPECT_EQ(serveFolders, 1u) << "the folder of the server that went is removed with it";
 }
+
+// ---- each refusal at its edge, every other check satisfied ----------------
+
+struct EdgeCase {
+  const char* name;
+  std::vector<std::string> entries;  // files made inside the requested folder first ("x/" makes a folder)
+  bool force;
+  const char* refusal;  // nullptr: accepted
+};
+void PrintTo(const EdgeCase& c, std::ostream* os) { *os << c.name; }
+class TemporaryFolderEdge : public FolderTree, public ::testing::WithParamInterface<EdgeCase> {};
+
+TEST_P(TemporaryFolderEdge, RefusesFromTheFirstForeignEntry) {
+  const auto& c = GetParam();
+  fs::create_directories(dir_.path("edge"));
+  for (const auto& e : c.entries) {
+    if (e.back() == '/') fs::create_directories(dir_.path("edge/" + e));
+    else if (e.rfind("link:", 0) == 0) fs::create_symlink(dir_.path("project"), dir_.path("edge/" + e.substr(5)));
+    else dir_.write("edge/" + e, "x");
+  }
+  auto chosen = FolderPolicy::temporaryFolder(dir_.path("edge"), owned_, c.force);
+  if (c.refusal) {
+    ASSERT_FALSE(chosen.ok());
+    EXPECT_THAT(chosen.status().message(), ::testing::HasSubstr(c.refusal));
+  } else {
+    EXPECT_TRUE(chosen.ok()) << chosen.status().message();
+  }
+  EXPECT_EQ(TestDirectory::read(dir_.path("project/notes.txt")), "keep");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries, TemporaryFolderEdge,
+    ::testing::Values(EdgeCase{"NoEntry", {}, false, nullptr},
+                      EdgeCase{"ExactlyOneForeignFile", {"a.txt"}, false, "holds 1 entries"},
+                      EdgeCase{"ExactlyOneEmptySubfolder", {"sub/"}, false, "holds 1 entries"},
+                      EdgeCase{"ExactlyOneLink", {"link:out"}, false, "holds 1 entries"},
+                      EdgeCase{"OnlyOurResults", {"velqor_photo_1.jpg", ".velqor-staging-2"}, false, nullptr},
+                      EdgeCase{"OurPrefixNotAtTheStart", {"old-velqor_photo_1.jpg"}, false, "holds 1 entries"},
+                      EdgeCase{"OneForeignAmongOurs", {"velqor_photo_1.jpg", "b.txt"}, false, "(\"b.txt\""},
+                      EdgeCase{"ForeignWithForce", {"a.txt"}, true, nullptr}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FolderTree, EachFolderCheckRefusesOnItsOwn) {
+  // Not a folder: a plain file, with nothing else against it.
+  dir_.write("plain-file", "x");
+  auto file = FolderPolicy::temporaryFolder(dir_.path("plain-file"), owned_, true);
+  ASSERT_FALSE(file.ok());
+  EXPECT_THAT(file.status().message(), ::testing::HasSubstr("it is not a folder"));
+  // The record one level down, even with --force and an otherwise empty folder.
+  FolderOwnership deep{dir_.path("holder/state/created-folders")};
+  ASSERT_TRUE(deep.record(dir_.root()).ok());
+  auto holder = FolderPolicy::temporaryFolder(dir_.path("holder"), deep, true);
+  ASSERT_FALSE(holder.ok());
+  EXPECT_THAT(holder.status().message(), ::testing::HasSubstr("record of the folders"));
+  // A sibling whose name starts like the record's folder holds nothing of it.
+  EXPECT_TRUE(FolderPolicy::temporaryFolder(dir_.path("holder/stat"), deep, false).ok());
+  EXPECT_TRUE(FolderPolicy::temporaryFolder(dir_.path("holder/state-2"), deep, false).ok());
+  // Shared folders: the scratch folder itself refused, a folder below it accepted.
+  EXPECT_FALSE(FolderPolicy::refuseShared("/var/tmp").ok());
+  EXPECT_TRUE(FolderPolicy::refuseShared("/var/tmp/velqor-policy-test").ok());
+  // A system tree holds what lies below it, not what merely starts with its name.
+  EXPECT_FALSE(FolderPolicy::refuseShared("/var/velqor").ok());
+  EXPECT_TRUE(FolderPolicy::refuseShared("/variable/velqor").ok());
+  EXPECT_THAT(FolderPolicy::refuseShared(std::string_view("a\0b", 3)).message(), ::testing::HasSubstr("NUL"));
+  EXPECT_THAT(FolderPolicy::temporaryFolder("", owned_, true).status().message(), ::testing::HasSubstr("empty"));
+}
+
+TEST_F(FolderTree, ALinkNamedLikeAnIndexMakesNoFolderALibrary) {
+  dir_.write("outside.sqlite", "");
+  dir_.write("someone/notes.txt", "keep");
+  fs::create_symlink(dir_.path("outside.sqlite"), dir_.path("someone/library.sqlite"));
+  auto tmp = FolderPolicy::temporaryFolder(dir_.path("t"), owned_, false);
+  ASSERT_TRUE(tmp.ok());
+  auto linked = FolderPolicy::libraryFolder(dir_.path("someone"), *tmp, owned_, false);
+  ASSERT_FALSE(linked.ok());
+  EXPECT_THAT(linked.status().message(), ::testing::HasSubstr("did not write"));
+  // The same folder with a real index is a library.
+  fs::remove(dir_.path("someone/library.sqlite"));
+  dir_.write("someone/library.sqlite", "");
+  EXPECT_TRUE(FolderPolicy::libraryFolder(dir_.path("someone"), *tmp, owned_, false).ok());
+}
+
+TEST_F(FolderTree, ALibraryBesideTheTemporaryFolderMayShareItsNamesStart) {
+  auto tmp = FolderPolicy::temporaryFolder(dir_.path("t"), owned_, false);
+  ASSERT_TRUE(tmp.ok());
+  EXPECT_TRUE(FolderPolicy::libraryFolder(dir_.path("t2"), *tmp, owned_, false).ok());
+  auto longer = FolderPolicy::temporaryFolder(dir_.path("lib-tmp"), owned_, false);
+  ASSERT_TRUE(longer.ok());
+  EXPECT_TRUE(FolderPolicy::libraryFolder(dir_.path("lib"), *longer, owned_, false).ok());
+  EXPECT_FALSE(FolderPolicy::libraryFolder("", *tmp, owned_, false).ok());
+}
+
+struct RunNameCase {
+  const char* name;
+  std::string runName;
+  const char* refusal;
+};
+void PrintTo(const RunNameCase& c, std::ostream* os) { *os << c.name; }
+class RunFolderName : public FolderTree, public ::testing::WithParamInterface<RunNameCase> {};
+
+TEST_P(RunFolderName, TakesOnlyPlainNamesUpToTheLimit) {
+  const auto& c = GetParam();
+  auto work = FolderPolicy::workFolder(dir_.path("W"));
+  ASSERT_TRUE(work.ok());
+  auto run = FolderPolicy::runFolder(*work, c.runName, owned_, false);
+  if (c.refusal) {
+    ASSERT_FALSE(run.ok());
+    EXPECT_THAT(run.status().message(), ::testing::HasSubstr(c.refusal));
+  } else {
+    ASSERT_TRUE(run.ok()) << run.status().message();
+    EXPECT_TRUE(fs::is_directory(dir_.path("W/" + c.runName)));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, RunFolderName,
+    ::testing::Values(RunNameCase{"OneCharacter", "a", nullptr},
+                      RunNameCase{"ExactlyTheLimit", std::string(128, 'r'), nullptr},
+                      RunNameCase{"OnePastTheLimit", std::string(129, 'r'), "cannot name a run folder"},
+                      RunNameCase{"Empty", "", "cannot name a run folder"},
+                      RunNameCase{"Dot", ".", "cannot name a run folder"},
+                      RunNameCase{"DotDot", "..", "cannot name a run folder"},
+                      RunNameCase{"LeadingDot", ".a", "cannot name a run folder"},
+                      RunNameCase{"DotInside", "a.b", nullptr},
+                      RunNameCase{"Separator", "a/b", "cannot name a run folder"},
+                      RunNameCase{"Space", "a b", "cannot name a run folder"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FolderTree, AnExistingRunFolderIsEmptiedOnlyWhenItIsOursOrEmpty) {
+  auto work = FolderPolicy::workFolder(dir_.path("W"));
+  ASSERT_TRUE(work.ok());
+  // A link named like the run, to an empty folder beside it (so it does lie
+  // inside the work folder): refused as a link, not removed.
+  fs::create_directories(dir_.path("W/beside"));
+  fs::create_symlink(dir_.path("W/beside"), dir_.path("W/linked"));
+  auto linked = FolderPolicy::runFolder(*work, "linked", owned_, false);
+  ASSERT_FALSE(linked.ok());
+  EXPECT_THAT(linked.status().message(), ::testing::HasSubstr("it is a link"));
+  EXPECT_TRUE(fs::is_symlink(dir_.path("W/linked")));
+  // One pointing out of the work folder is refused before that.
+  fs::create_directories(dir_.path("elsewhere"));
+  fs::create_symlink(dir_.path("elsewhere"), dir_.path("W/out"));
+  EXPECT_FALSE(FolderPolicy::runFolder(*work, "out", owned_, false).ok());
+  EXPECT_TRUE(fs::is_symlink(dir_.path("W/out")));
+  // Exactly one foreign entry refuses; none is accepted.
+  dir_.write("W/one/only.txt", "keep");
+  auto one = FolderPolicy::runFolder(*work, "one", owned_, false);
+  ASSERT_FALSE(one.ok());
+  EXPECT_THAT(one.status().message(), ::testing::HasSubstr("\"only.txt\""));
+  EXPECT_EQ(TestDirectory::read(dir_.path("W/one/only.txt")), "keep");
+  fs::create_directories(dir_.path("W/none"));
+  EXPECT_TRUE(FolderPolicy::runFolder(*work, "none", owned_, false).ok());
+}
+
+TEST_F(FolderTree, StrictlyInsideMeansBelowAndNeverTheRootFolder) {
+  const ResolvedFolder box{FolderPolicy::resolve(dir_.path("project")).string()};
+  EXPECT_TRUE(FolderPolicy::strictlyInside(box, dir_.path("project/notes.txt")));
+  EXPECT_FALSE(FolderPolicy::strictlyInside(box, dir_.path("project")));
+  EXPECT_FALSE(FolderPolicy::strictlyInside(box, dir_.path("project2/x")));
+  EXPECT_FALSE(FolderPolicy::strictlyInside(ResolvedFolder{"/"}, "/etc"));
+  EXPECT_FALSE(FolderPolicy::strictlyInside(ResolvedFolder{""}, "/etc"));
+}
+
+// ---- the contained remover on its own, without the policy in front ---------
+
+struct RemoverCase {
+  const char* name;
+  std::string relative;  // below box/
+  bool removes;
+  const char* gone;      // what must have gone (below box/), or nullptr
+};
+void PrintTo(const RemoverCase& c, std::ostream* os) { *os << c.name; }
+class ContainedRemoval : public FolderTree, public ::testing::WithParamInterface<RemoverCase> {};
+
+TEST_P(ContainedRemoval, NeverFollowsALinkAtAnyDepth) {
+  const auto& c = GetParam();
+  dir_.write("box/tree/file", "x");
+  dir_.write("box/tree/deeper/file", "x");
+  fs::create_symlink(dir_.path("project"), dir_.path("box/tree/link-one-down"));
+  fs::create_symlink(dir_.path("project"), dir_.path("box/tree/deeper/link-two-down"));
+  fs::create_symlink(dir_.path("project/notes.txt"), dir_.path("box/tree/deeper/file-link"));
+  fs::create_symlink(dir_.path("project"), dir_.path("box/link-out"));
+  const int err = ContainedRemover::remove(dir_.path("box"), c.relative);
+  if (c.removes) {
+    EXPECT_EQ(err, 0) << std::strerror(err);
+  } else {
+    EXPECT_NE(err, 0);
+  }
+  if (c.gone) {
+    std::error_code ec;
+    EXPECT_FALSE(fs::exists(fs::symlink_status(dir_.path(std::string("box/") + c.gone), ec)));
+  }
+  EXPECT_EQ(TestDirectory::read(dir_.path("project/notes.txt")), "keep");
+  EXPECT_EQ(TestDirectory::read(dir_.path("project/main.cpp")), "int main() {}");
+  EXPECT_TRUE(fs::is_directory(dir_.path("box")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, ContainedRemoval,
+    ::testing::Values(RemoverCase{"TreeWithLinksOneAndTwoLevelsDown", "tree", true, "tree"},
+                      RemoverCase{"LinkAtTheTopRemovedAsALink", "link-out", true, "link-out"},
+                      RemoverCase{"LinkDeepRemovedAsALink", "tree/deeper/file-link", true, "tree/deeper/file-link"},
+                      RemoverCase{"ThroughALinkInTheMiddle", "link-out/notes.txt", false, nullptr},
+                      RemoverCase{"ThroughALinkOneLevelDown", "tree/link-one-down/notes.txt", false, nullptr},
+                      RemoverCase{"UpAndOut", "../project/notes.txt", false, nullptr},
+                      RemoverCase{"DownThenUp", "tree/../../project/notes.txt", false, nullptr},
+                      RemoverCase{"Nothing", "", false, nullptr},
+                      RemoverCase{"OnlyDots", "././/", false, nullptr},
+                      RemoverCase{"Missing", "tree/none", false, nullptr}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velqor

@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "host/FileBytes.h"
 #include "imaging/Resampler.h"
 #include "imaging/codecs/HeifCodec.h"
 #include "imaging/metadata/ImageMetadata.h"
@@ -324,6 +325,26 @@ TEST(HeifImages, DecodeUprightWhenTheSystemCanEncodeThem) {
   EXPECT_EQ(bitmap->width, 64);
   EXPECT_TRUE(testing::near(testing::pixel(*bitmap, 4, 4), testing::kRed, 40));
   EXPECT_TRUE(testing::near(testing::pixel(*bitmap, 59, 27), testing::kWhite, 40));
+}
+
+// Exiv2 rewrites a TIFF in place when the new values fit where the old ones
+// stood; the bytes handed in are const and may be shared (a library asset),
+// so they must come back exactly as they were, whatever the image format.
+TEST(MetadataWrite, NeverChangesTheBytesItIsGiven) {
+  auto tiff = FileBytes::read(std::string(VELQOR_SOURCE_DIR) +
+                              "/fuzz/regressions/image_metadata/little-endian-tiff-edited-in-place.tif");
+  ASSERT_TRUE(tiff.ok()) << tiff.status();
+  Bytes jpeg = *JpegCodec::encode(quadrants(16, 16, 3), 0.8);
+  for (const Bytes* input : {&*tiff, &jpeg}) {
+    auto properties = ImageMetadata::read(*input);
+    ASSERT_TRUE(properties.ok()) << properties.status();
+    (*properties)["Orientation"] = Value(6);
+    const auto shared = std::make_shared<const Bytes>(*input);
+    auto written = ImageMetadata::write(*shared, *properties);
+    ASSERT_TRUE(written.ok()) << written.status();
+    EXPECT_EQ(*shared, *input) << "the input was edited";
+    EXPECT_EQ(*find(*ImageMetadata::read(*written), "Orientation"), Value(6));
+  }
 }
 
 }  // namespace

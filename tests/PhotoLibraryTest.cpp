@@ -3,9 +3,12 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 #include <random>
 #include <set>
 #include <sstream>
@@ -13,7 +16,9 @@
 #include "host/FileBytes.h"
 #include "host/ManualExecutor.h"
 #include "platform/PhotoLibraryAdapters.h"
+#include "platform/linux/LibraryFolder.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
+#include "tests/RecordingLog.h"
 #include "tests/TestDirectory.h"
 
 extern char** environ;
@@ -269,6 +274,310 @@ TEST_F(SqliteLibrary, KillNineOfTwoWritersLosesNoReportedSaveAndLeavesNoHalfEntr
   EXPECT_EQ(files, rows.size()) << "a file without its row";
   EXPECT_GT(reported.size(), 0u);
   RecordProperty("reportedSaves", static_cast<int>(reported.size()));
+}
+
+// ---- an index the library did not write ------------------------------------
+
+constexpr const char* kGood = "0A1B2C3D-0000-4000-8000-00000000000A";
+constexpr const char* kTable =
+    "CREATE TABLE assets (local_id TEXT PRIMARY KEY, uuid TEXT UNIQUE NOT NULL, ext TEXT NOT NULL,"
+    " video INTEGER NOT NULL, size INTEGER NOT NULL, created REAL NOT NULL);";
+
+// Runs SQL on a database file as another program would.
+void runSql(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  char* err = nullptr;
+  const int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &err);
+  EXPECT_EQ(rc, SQLITE_OK) << (err ? err : "");
+  sqlite3_free(err);
+  sqlite3_close(db);
+}
+
+std::string row(const std::string& id, const std::string& uuid, const std::string& rest) {
+  return "INSERT INTO assets VALUES(" + id + ", " + uuid + ", " + rest + ");";
+}
+
+// Bytes and modification time: what "untouched" means for a file.
+struct FileState {
+  std::string bytes;
+  std::int64_t mtimeNs = -1;
+  bool operator==(const FileState&) const = default;
+};
+FileState stateOf(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) return {};
+  return {TestDirectory::read(path), st.st_mtim.tv_sec * 1'000'000'000LL + st.st_mtim.tv_nsec};
+}
+
+class ForeignIndex : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(dir_.path("lib/assets"));
+    dir_.write(std::string("lib/assets/") + kGood + ".JPG", "\xFF\xD8\xFF good");
+  }
+  std::string db() const { return dir_.path("lib/library.sqlite"); }
+  TestDirectory dir_;
+};
+
+struct BadRow {
+  const char* name;
+  std::string values;  // the row after the good one
+  const char* reason;  // part of the logged reason
+};
+void PrintTo(const BadRow& c, std::ostream* os) { *os << c.name; }
+class BadRows : public ForeignIndex, public ::testing::WithParamInterface<BadRow> {};
+
+// Each row breaks one check and passes every other; the good row beside it is listed.
+TEST_P(BadRows, AreSkippedWithAReasonAndTheRestIsListed) {
+  const auto& c = GetParam();
+  runSql(db(), std::string(kTable) + row("'" + std::string(kGood) + "/L0/001'", "'" + std::string(kGood) + "'",
+                                         "'JPG', 0, 9, 1.5") + c.values);
+  auto log = testing::RecordingLog::install();
+  auto lib = SqlitePhotoLibrary::open(dir_.path("lib"));
+  ASSERT_TRUE(lib.ok()) << lib.status();
+  auto listed = (*lib)->list();
+  log->uninstall();
+  ASSERT_TRUE(listed.ok()) << listed.status();
+  ASSERT_EQ(listed->size(), 1u);
+  EXPECT_EQ(listed->front().uuid, kGood);
+  bool logged = false;
+  for (const auto& r : log->errors()) logged |= r.message.find(c.reason) != std::string::npos;
+  EXPECT_TRUE(logged) << "no logged reason with \"" << c.reason << "\"";
+}
+
+const std::string kOther = "0A1B2C3D-0000-4000-8000-00000000000B";
+const std::string kOtherId = "'" + kOther + "/L0/001'", kOtherUuid = "'" + kOther + "'";
+INSTANTIATE_TEST_SUITE_P(
+    Columns, BadRows,
+    ::testing::Values(BadRow{"NullIdentifier", row("NULL", "'u1'", "'jpg', 0, 1, 1.0"), "uuid \"u1\""},
+                      BadRow{"NullIdentifierOnly", row("NULL", kOtherUuid, "'JPG', 0, 1, 1.0"), "local_id is NULL"},
+                      BadRow{"IdentifierOfAnotherAsset", row("'" + std::string(kGood) + "/L0/002'", kOtherUuid,
+                                                             "'JPG', 0, 1, 1.0"), "does not name it"},
+                      BadRow{"UuidAsBlob", row(kOtherId, "X'00FF'", "'JPG', 0, 1, 1.0"), "uuid is a blob"},
+                      BadRow{"UuidLowerCase", row(kOtherId, "lower('" + kOther + "')", "'JPG', 0, 1, 1.0"),
+                             "not an identifier"},
+                      BadRow{"UuidOneTooLong", row(kOtherId, kOtherUuid.substr(0, 37) + "0'", "'JPG', 0, 1, 1.0"),
+                             "uuid is 37 bytes"},
+                      BadRow{"ExtensionClimbsOut", row(kOtherId, kOtherUuid, "'/../../xy', 0, 1, 1.0"),
+                             "ext is 9 bytes"},
+                      BadRow{"ExtensionUnknown", row(kOtherId, kOtherUuid, "'EXE', 0, 1, 1.0"), "not an extension"},
+                      BadRow{"VideoTwo", row(kOtherId, kOtherUuid, "'JPG', 2, 1, 1.0"), "neither 0 nor 1"},
+                      BadRow{"VideoAsText", row(kOtherId, kOtherUuid, "'JPG', 'yes', 1, 1.0"), "video of"},
+                      BadRow{"SizeNegative", row(kOtherId, kOtherUuid, "'JPG', 0, -1, 1.0"), "negative"},
+                      BadRow{"SizeAsReal", row(kOtherId, kOtherUuid, "'JPG', 0, 1.5, 1.0"), "size of"},
+                      BadRow{"CreatedAsText", row(kOtherId, kOtherUuid, "'JPG', 0, 1, 'noon'"), "created of"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct Refusal {
+  const char* name;
+  std::string sql;
+  const char* message;
+};
+void PrintTo(const Refusal& c, std::ostream* os) { *os << c.name; }
+class RefusedIndex : public ForeignIndex, public ::testing::WithParamInterface<Refusal> {};
+
+TEST_P(RefusedIndex, IsNeverAltered) {
+  const auto& c = GetParam();
+  runSql(db(), c.sql);
+  const FileState before = stateOf(db());
+  auto lib = SqlitePhotoLibrary::open(dir_.path("lib"));
+  ASSERT_FALSE(lib.ok());
+  EXPECT_THAT(lib.status().message(), ::testing::HasSubstr(c.message));
+  EXPECT_EQ(stateOf(db()), before);
+  EXPECT_FALSE(std::filesystem::exists(db() + "-wal"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Layouts, RefusedIndex,
+    ::testing::Values(
+        Refusal{"NoConstraintsNullUuid",
+                "CREATE TABLE assets (local_id, uuid, ext, video, size, created);" +
+                    row("'a/L0/001'", "NULL", "'JPG', 0, 1, 1.0"), "of another layout"},
+        Refusal{"AnotherProgramsDatabase", "PRAGMA application_id=1234; CREATE TABLE notes (body TEXT);",
+                "not a photo library of this program"},
+        Refusal{"AnotherProgramsIdOnOurTable", std::string("PRAGMA application_id=1234;") + kTable,
+                "belongs to another program"},
+        Refusal{"NewerVersion", std::string(kTable) + "PRAGMA application_id=1448168514; PRAGMA user_version=2;",
+                "of version 2"},
+        Refusal{"VersionWithoutOurId", std::string(kTable) + "PRAGMA user_version=1;", "(version 1)"},
+        Refusal{"ATableBeside", std::string(kTable) + "CREATE TABLE extra (x);", "table \"extra\""},
+        Refusal{"ATrigger", std::string(kTable) + "CREATE TRIGGER t AFTER INSERT ON assets BEGIN SELECT 1; END;",
+                "trigger \"t\""},
+        Refusal{"NoAssetsTable", "CREATE TABLE other (x);", "of another layout"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(ForeignIndex, AnIndexOfTheEarlierReleaseIsKeptAndMarkedAsOurs) {
+  runSql(db(), std::string(kTable) + row("'" + std::string(kGood) + "/L0/001'", "'" + std::string(kGood) + "'",
+                                         "'JPG', 0, 9, 1.5"));
+  {
+    auto lib = SqlitePhotoLibrary::open(dir_.path("lib"));
+    ASSERT_TRUE(lib.ok()) << lib.status();
+    ASSERT_EQ((*lib)->list()->size(), 1u);
+  }
+  // Marked now: a version number alone would be refused on the next open otherwise.
+  auto again = SqlitePhotoLibrary::open(dir_.path("lib"));
+  ASSERT_TRUE(again.ok()) << again.status();
+  EXPECT_EQ((*again)->list()->size(), 1u);
+}
+
+// ---- links and strangers' entries planted in the library's folder ----------
+
+enum class Plant {
+  databaseToOtherDatabase, databaseToEmptyFile, assetsToFolder, stagingToFolder, walToFile, lockToFile,
+  assetToFile, stagedLinkUnderCommittedName, assetsOfAnotherUser, assetOfAnotherUser, databaseOfAnotherUser
+};
+struct PlantCase {
+  const char* name;
+  Plant plant;
+  bool opens;           // the library still opens (the bad entry is an asset's)
+  const char* refusal;  // part of the refusal of the open, or of reading the asset
+};
+void PrintTo(const PlantCase& c, std::ostream* os) { *os << c.name; }
+
+class PlantedEntries : public ::testing::TestWithParam<PlantCase> {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(dir_.path("outside"));
+    runSql(dir_.path("outside/other.sqlite"), "CREATE TABLE notes (body TEXT); INSERT INTO notes VALUES('mine');");
+    dir_.write("outside/empty", "");
+    dir_.write("outside/secret.txt", "not the library's");
+    dir_.write("outside/folder/keep.txt", "keep");
+    std::filesystem::create_directories(dir_.path("lib"));
+  }
+  std::map<std::string, FileState> outside() const {
+    std::map<std::string, FileState> all;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(dir_.path("outside")))
+      all[e.path().string()] = e.is_regular_file() ? stateOf(e.path().string()) : FileState{"folder", 0};
+    return all;
+  }
+  // A library holding one saved photo; its file name.
+  std::string saveOne() {
+    dir_.write("photo.jpg", "\xFF\xD8\xFF photo");
+    auto lib = SqlitePhotoLibrary::open(dir_.path("lib"));
+    EXPECT_TRUE(lib.ok()) << lib.status();
+    auto saved = (*lib)->importFile(dir_.path("photo.jpg"));
+    EXPECT_TRUE(saved.ok()) << saved.status();
+    uuid_ = saved->uuid;
+    return saved->uuid + ".JPG";
+  }
+  void link(const std::string& target, const std::string& at) {
+    std::error_code ec;
+    std::filesystem::remove_all(dir_.path(at), ec);
+    std::filesystem::create_symlink(dir_.path(target), dir_.path(at));
+  }
+  TestDirectory dir_;
+  std::string uuid_;
+};
+
+TEST_P(PlantedEntries, AreRefusedAndNothingOutsideIsTouched) {
+  const auto& c = GetParam();
+  std::string asset;
+  switch (c.plant) {
+    case Plant::databaseToOtherDatabase: link("outside/other.sqlite", "lib/library.sqlite"); break;
+    case Plant::databaseToEmptyFile: link("outside/empty", "lib/library.sqlite"); break;
+    case Plant::assetsToFolder: link("outside/folder", "lib/assets"); break;
+    case Plant::stagingToFolder: link("outside/folder", "lib/staging"); break;
+    case Plant::walToFile: link("outside/secret.txt", "lib/library.sqlite-wal"); break;
+    case Plant::lockToFile: link("outside/secret.txt", "lib/library.lock"); break;
+    case Plant::assetToFile:
+      asset = saveOne();
+      link("outside/secret.txt", "lib/assets/" + asset);
+      break;
+    case Plant::stagedLinkUnderCommittedName:
+      asset = saveOne();
+      std::filesystem::remove(dir_.path("lib/assets/" + asset));
+      link("outside/secret.txt", "lib/staging/" + asset);
+      break;
+    case Plant::assetsOfAnotherUser:
+      std::filesystem::create_directories(dir_.path("lib/assets"));
+      ASSERT_EQ(::lchown(dir_.path("lib/assets").c_str(), 65534, 65534), 0);
+      break;
+    case Plant::assetOfAnotherUser:
+      asset = saveOne();
+      ASSERT_EQ(::lchown(dir_.path("lib/assets/" + asset).c_str(), 65534, 65534), 0);
+      break;
+    case Plant::databaseOfAnotherUser:
+      runSql(dir_.path("lib/library.sqlite"), kTable);
+      ASSERT_EQ(::lchown(dir_.path("lib/library.sqlite").c_str(), 65534, 65534), 0);
+      break;
+  }
+  const auto before = outside();
+  dir_.write("photo2.jpg", "\xFF\xD8\xFF second");
+  auto lib = SqlitePhotoLibrary::open(dir_.path("lib"));
+  if (!c.opens) {
+    ASSERT_FALSE(lib.ok());
+    EXPECT_THAT(lib.status().message(), ::testing::HasSubstr(c.refusal));
+    // A lazily opened library fails the save the same way, writing nowhere.
+    auto lazy = SqlitePhotoLibrary::openLazily(dir_.path("lib"));
+    EXPECT_FALSE(lazy->importFile(dir_.path("photo2.jpg")).ok());
+  } else {
+    ASSERT_TRUE(lib.ok()) << lib.status();
+    auto bytes = (*lib)->assetBytes(uuid_, 1 << 20);
+    ASSERT_FALSE(bytes.ok()) << "read " << bytes->size() << " bytes through the planted entry";
+    EXPECT_THAT(bytes.status().message(), ::testing::HasSubstr(c.refusal));
+    EXPECT_TRUE((*lib)->list()->empty());
+    EXPECT_TRUE((*lib)->fetchAssetsWithALAssetURLs({*Url::fromString("assets-library://asset/asset.JPG?id=" + uuid_)}).empty());
+    EXPECT_TRUE((*lib)->importFile(dir_.path("photo2.jpg")).ok());  // the library itself still works
+  }
+  EXPECT_EQ(outside(), before);
+  EXPECT_EQ(TestDirectory::read(dir_.path("outside/secret.txt")), "not the library's");
+  if (c.plant == Plant::stagedLinkUnderCommittedName) {
+    std::error_code ec;
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(dir_.path("lib/assets/" + asset), ec)))
+        << "recovery moved the link into assets/";
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(dir_.path("lib/staging/" + asset), ec)));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries, PlantedEntries,
+    ::testing::Values(
+        PlantCase{"IndexLinkedToAnotherProgramsDatabase", Plant::databaseToOtherDatabase, false, "symbolic link"},
+        PlantCase{"IndexLinkedToAnEmptyFile", Plant::databaseToEmptyFile, false, "symbolic link"},
+        PlantCase{"AssetsLinkedToAFolder", Plant::assetsToFolder, false, "symbolic link"},
+        PlantCase{"StagingLinkedToAFolder", Plant::stagingToFolder, false, "symbolic link"},
+        PlantCase{"LogLinkedToAFile", Plant::walToFile, false, "symbolic link"},
+        PlantCase{"LockLinkedToAFile", Plant::lockToFile, false, "library.lock"},
+        PlantCase{"AssetLinkedToAFile", Plant::assetToFile, true, "symbolic link"},
+        PlantCase{"LinkStagedUnderACommittedName", Plant::stagedLinkUnderCommittedName, true, "no asset"},
+        PlantCase{"AssetsOfAnotherUser", Plant::assetsOfAnotherUser, false, "belongs to user 65534"},
+        PlantCase{"AssetOfAnotherUser", Plant::assetOfAnotherUser, true, "belongs to user 65534"},
+        PlantCase{"IndexOfAnotherUser", Plant::databaseOfAnotherUser, false, "belongs to user 65534"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// The folder's own refusals, each reached directly rather than behind the
+// library's look-up that would refuse first.
+TEST(LibraryFolderAlone, ReadsMovesAndWritesNothingThroughALink) {
+  TestDirectory dir;
+  dir.write("outside/secret.txt", "not the library's");
+  auto folder = LibraryFolder::open(dir.path("lib"));
+  ASSERT_TRUE(folder.ok()) << folder.status();
+  const std::string name = std::string(kGood) + ".JPG";
+  std::filesystem::create_symlink(dir.path("outside/secret.txt"), dir.path("lib/assets/" + name));
+  std::filesystem::create_symlink(dir.path("outside/secret.txt"), dir.path("lib/staging/" + name));
+  const FileState before = stateOf(dir.path("outside/secret.txt"));
+
+  auto read = folder->readAsset(name, 1 << 20);
+  ASSERT_FALSE(read.ok());
+  EXPECT_THAT(read.status().message(), ::testing::HasSubstr("symbolic link"));
+  EXPECT_THAT(folder->checkAsset(name).message(), ::testing::HasSubstr("symbolic link"));
+  std::filesystem::remove(dir.path("lib/assets/" + name));
+  EXPECT_FALSE(folder->moveIntoAssets(name).ok());
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(dir.path("lib/assets/" + name))));
+  const std::string data = "written";
+  EXPECT_FALSE(folder->writeStaging(name, std::span(reinterpret_cast<const std::uint8_t*>(data.data()), data.size())).ok());
+  EXPECT_EQ(stateOf(dir.path("outside/secret.txt")), before);
+
+  // A plain file of ours goes through every one of them.
+  folder->removeStaging(name);
+  ASSERT_TRUE(folder->writeStaging(name, std::span(reinterpret_cast<const std::uint8_t*>(data.data()), data.size())).ok());
+  ASSERT_TRUE(folder->moveIntoAssets(name).ok());
+  auto back = folder->readAsset(name, 1 << 20);
+  ASSERT_TRUE(back.ok()) << back.status();
+  EXPECT_EQ(std::string(back->begin(), back->end()), data);
+  EXPECT_FALSE(folder->readAsset(name, data.size() - 1).ok());  // one byte over the limit
+  EXPECT_TRUE(folder->readAsset(name, data.size()).ok());       // exactly the limit
 }
 
 }  // namespace

@@ -270,5 +270,59 @@ TEST(TemporaryDirectoryHome, IsRefused) {
   EXPECT_FALSE(TemporaryDirectory::validate(std::string(home) + "/.").ok());
 }
 
+// ---- the writer's names at their edges ---------------------------------------
+
+struct SeriesCase {
+  const char* name;
+  std::vector<std::string> taken;  // files already in the directory
+  std::string requested;
+  std::string written;  // the name the bytes land under
+};
+void PrintTo(const SeriesCase& c, std::ostream* os) { *os << c.name; }
+class WriterSeries : public TempFilesFixture, public ::testing::WithParamInterface<SeriesCase> {};
+
+TEST_P(WriterSeries, ContinuesOnlyOurOwnNumberedNames) {
+  const auto& c = GetParam();
+  for (const auto& t : c.taken) dir_.write("tmp/" + t, "earlier");
+  auto written = TempFiles::writeNew(tmp() + "/" + c.requested, std::vector<std::uint8_t>{'n', 'e', 'w'}, tmp());
+  ASSERT_TRUE(written.ok()) << written.status();
+  EXPECT_EQ(*written, tmp() + "/" + c.written);
+  EXPECT_EQ(TestDirectory::read(*written), "new");
+  for (const auto& t : c.taken) EXPECT_EQ(TestDirectory::read(tmp() + "/" + t), "earlier") << t;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, WriterSeries,
+    ::testing::Values(
+        SeriesCase{"Free", {}, "velqor_photo_S.jpg", "velqor_photo_S.jpg"},
+        SeriesCase{"FirstTaken", {"velqor_photo_S.jpg"}, "velqor_photo_S.jpg", "velqor_photo_S_2.jpg"},
+        SeriesCase{"SixDigitsContinue", {"velqor_photo_S_999999.jpg"}, "velqor_photo_S_999999.jpg",
+                   "velqor_photo_S_1000000.jpg"},
+        SeriesCase{"SevenDigitsAreTheName", {"velqor_photo_S_1000000.jpg"}, "velqor_photo_S_1000000.jpg",
+                   "velqor_photo_S_1000000_2.jpg"},
+        SeriesCase{"SomeoneElsesNumberedName", {"holiday_pictures_3.jpg"}, "holiday_pictures_3.jpg",
+                   "holiday_pictures_3_2.jpg"},
+        SeriesCase{"NoExtension", {"velqor_photo_S"}, "velqor_photo_S", "velqor_photo_S_2"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(TempFilesFixture, WriterTakesOnlyAPlainNameInTheDirectoryItself) {
+  dir_.write("outside/keep", "keep");
+  for (const std::string name : {"", ".", ".."}) {
+    auto written = TempFiles::writeNew(tmp() + "/" + name, std::vector<std::uint8_t>{1}, tmp());
+    EXPECT_FALSE(written.ok()) << "\"" << name << "\"";
+  }
+  // A sibling folder is refused; a link to the directory itself reaches it and is accepted.
+  EXPECT_FALSE(TempFiles::writeNew(dir_.path("outside/new.jpg"), std::vector<std::uint8_t>{1}, tmp()).ok());
+  EXPECT_FALSE(fs::exists(dir_.path("outside/new.jpg")));
+  fs::create_symlink(tmp(), dir_.path("link-to-tmp"));
+  auto linked = TempFiles::writeNew(dir_.path("link-to-tmp/velqor_photo_L.jpg"), std::vector<std::uint8_t>{1}, tmp());
+  ASSERT_TRUE(linked.ok()) << linked.status();
+  EXPECT_TRUE(fs::is_regular_file(tmp() + "/velqor_photo_L.jpg"));
+  EXPECT_EQ(TestDirectory::read(dir_.path("outside/keep")), "keep");
+  size_t staging = 0;
+  for (const auto& e : fs::directory_iterator(tmp())) staging += e.path().filename().string().rfind(".velqor-staging-", 0) == 0;
+  EXPECT_EQ(staging, 0u) << "a refused write left its staging file";
+}
+
 }  // namespace
 }  // namespace velqor

@@ -274,7 +274,11 @@ StatusOr<Dictionary> ImageMetadata::read(std::span<const std::uint8_t> encoded) 
 StatusOr<Bytes> ImageMetadata::write(std::span<const std::uint8_t> encoded, const Dictionary& properties) {
   Exiv2Support::ensureInitialized();
   try {
-    auto image = Exiv2::ImageFactory::open(encoded.data(), static_cast<long>(encoded.size()));
+    // Exiv2 keeps the pointer it is given and, when the new metadata fits
+    // where the old stood (a TIFF's values, for one), rewrites those bytes in
+    // place. The caller's bytes are const and may be shared: Exiv2 gets a copy.
+    Bytes editable(encoded.begin(), encoded.end());
+    auto image = Exiv2::ImageFactory::open(editable.data(), static_cast<long>(editable.size()));
     if (image.get() == nullptr) return Status::invalidArgument("not an image Exiv2 writes");
     image->readMetadata();
     Exiv2::ExifData exif;

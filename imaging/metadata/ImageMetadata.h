@@ -27,7 +27,8 @@ class ImageMetadata {
   static StatusOr<Dictionary> read(std::span<const std::uint8_t> encoded);
   // The encoded image with `properties` written into it (JPEG or PNG). Tags the
   // dictionary does not mention are removed: the result carries exactly what
-  // the dictionary says.
+  // the dictionary says. `encoded` is never written, even where Exiv2 would
+  // edit an image in place.
   static StatusOr<Bytes> write(std::span<const std::uint8_t> encoded, const Dictionary& properties);
 
   // Decimal degrees as three rationals, seconds to a millionth.

@@ -13,8 +13,10 @@
 #include <random>
 
 #include "host/FileBytes.h"
+#include "host/VLog.h"
 #include "host/UniqueFd.h"
 #include "imaging/metadata/ExifOrientation.h"
+#include "platform/linux/LibraryIndexFormat.h"
 
 namespace velqor {
 namespace fs = std::filesystem;
@@ -63,31 +65,10 @@ std::string utiFor(const std::string& ext) {
   return "public.mpeg-4";
 }
 
-Status fsyncPath(const std::string& path, bool directory) {
-  UniqueFd fd(::open(path.c_str(), (directory ? O_RDONLY | O_DIRECTORY : O_RDONLY) | O_CLOEXEC));
-  if (!fd.valid() || ::fsync(fd.get()) != 0) return Status::unavailable("cannot flush " + path + ": " + std::strerror(errno));
-  return Status::okStatus();
-}
-
-Status writeDurably(const std::string& path, std::span<const std::uint8_t> bytes) {
-  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  if (!fd.valid()) return Status::unavailable("cannot write " + path + ": " + std::strerror(errno));
-  if (int err = FileBytes::writeAll(fd.get(), bytes)) {
-    ::unlink(path.c_str());
-    return Status::unavailable(std::string(err == ENOSPC ? "the disk is full" : std::strerror(err)) +
-                               " while saving to the photo library");
-  }
-  if (::fsync(fd.get()) != 0) {
-    ::unlink(path.c_str());
-    return Status::unavailable("cannot flush " + path + ": " + std::strerror(errno));
-  }
-  return Status::okStatus();
-}
-
 // Holds the library's lock file: shared while saving, exclusive while repairing.
 class LibraryLock {
  public:
-  LibraryLock(const std::string& dir, bool exclusive) : fd_(::open((dir + "/library.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+  LibraryLock(const LibraryFolder& folder, bool exclusive) : fd_(folder.openLock()) {
     if (fd_.valid()) {
       while (::flock(fd_.get(), exclusive ? LOCK_EX : LOCK_SH) != 0 && errno == EINTR) {
       }
@@ -136,19 +117,9 @@ class ChangeRequests final : public AssetChangeRequests {
   std::vector<std::unique_ptr<CreationRequest>> requests;
 };
 
-AssetRecord recordFrom(sqlite3_stmt* s, const std::string& dir) {
-  AssetRecord r;
-  r.localIdentifier = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
-  r.uuid = reinterpret_cast<const char*>(sqlite3_column_text(s, 1));
-  r.extension = reinterpret_cast<const char*>(sqlite3_column_text(s, 2));
-  r.video = sqlite3_column_int(s, 3) != 0;
-  r.size = sqlite3_column_int64(s, 4);
-  r.created = sqlite3_column_double(s, 5);
-  r.file = dir + "/assets/" + r.uuid + "." + r.extension;
-  return r;
+void logSkipped(const Status& why, const char* operation) {
+  VLog::error("", why.message(), "SqlitePhotoLibrary", __LINE__, operation);
 }
-
-constexpr const char* kSelect = "SELECT local_id, uuid, ext, video, size, created FROM assets";
 
 }  // namespace
 
@@ -184,11 +155,10 @@ std::shared_ptr<SqlitePhotoLibrary> SqlitePhotoLibrary::openLazily(const std::st
 Status SqlitePhotoLibrary::ensureOpen() {
   std::call_once(opened_, [this] {
     openStatus_ = [this]() -> Status {
-      std::error_code ec;
-      for (const char* sub : {"/assets", "/staging"}) {
-        fs::create_directories(directory_ + sub, ec);
-        if (ec) return Status::unavailable("cannot create the photo library at " + directory_ + ": " + ec.message());
-      }
+      ASSIGN_OR_RETURN(LibraryFolder folder, LibraryFolder::open(directory_));
+      if (!folder.openLock().valid())
+        return Status::failedPrecondition("refusing " + directory_ + "/library.lock: " + std::strerror(errno));
+      folder_.emplace(std::move(folder));
       RETURN_IF_ERROR(openDatabase());
       return recover();
     }();
@@ -208,60 +178,57 @@ bool SqlitePhotoLibrary::idle() const {
 }
 
 Status SqlitePhotoLibrary::openDatabase() {
-  const std::string path = directory_ + "/library.sqlite";
-  if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr) !=
-      SQLITE_OK)
+  const std::string path = directory_ + "/" + LibraryFolder::kDatabase;
+  ASSIGN_OR_RETURN(bool exists, folder_->checkDatabase());
+  if (!exists) RETURN_IF_ERROR(folder_->createDatabase());
+  const auto identity = folder_->databaseIdentity();
+  // SQLite opens by path; the file was just checked through the folder's
+  // descriptor, and SQLite refuses a link in its place.
+  if (!identity || sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_FULLMUTEX,
+                                   nullptr) != SQLITE_OK)
     return Status::unavailable("cannot open the photo library index " + path + ": " +
-                               (db_ ? sqlite3_errmsg(db_) : "out of memory"));
+                               (db_ ? sqlite3_errmsg(db_) : "it is not a plain file"));
+  if (folder_->databaseIdentity() != identity)
+    return Status::failedPrecondition("refusing " + path + ": it was replaced while being opened");
   sqlite3_busy_timeout(db_, 10000);
-  char* err = nullptr;
-  const char* schema =
-      "PRAGMA journal_mode=WAL;"
-      "PRAGMA synchronous=FULL;"
-      "CREATE TABLE IF NOT EXISTS assets (local_id TEXT PRIMARY KEY, uuid TEXT UNIQUE NOT NULL, ext TEXT NOT NULL,"
-      " video INTEGER NOT NULL, size INTEGER NOT NULL, created REAL NOT NULL);";
-  if (sqlite3_exec(db_, schema, nullptr, nullptr, &err) != SQLITE_OK) {
-    std::string message = err ? err : "unknown error";
-    sqlite3_free(err);
-    return Status::dataLoss("the photo library index " + path + " is unusable: " + message);
-  }
-  return Status::okStatus();
+  return LibraryIndexFormat::adopt(db_, path);
 }
 
 Status SqlitePhotoLibrary::recover() {
-  LibraryLock lock(directory_, /*exclusive=*/true);
+  LibraryLock lock(*folder_, /*exclusive=*/true);
   std::lock_guard guard(dbMutex_);
-  std::error_code ec;
-  for (auto it = fs::directory_iterator(directory_ + "/staging", ec); !ec && it != fs::directory_iterator();
-       it.increment(ec)) {
-    const std::string name = it->path().filename().string();
+  for (const std::string& name : folder_->stagingNames()) {
     const std::string uuid = name.substr(0, name.find('.'));
-    Statement s;
-    sqlite3_stmt* raw = nullptr;
-    sqlite3_prepare_v2(db_, "SELECT 1 FROM assets WHERE uuid = ?", -1, &raw, nullptr);
-    s.reset(raw);
-    sqlite3_bind_text(raw, 1, uuid.c_str(), -1, SQLITE_TRANSIENT);
-    const bool committed = sqlite3_step(raw) == SQLITE_ROW;
-    const std::string final = directory_ + "/assets/" + name;
-    if (committed && !fs::exists(final, ec)) {
-      fs::rename(it->path(), final, ec);
+    bool committed = false;
+    if (LibraryIndexFormat::fileNameShape(name)) {
+      sqlite3_stmt* raw = nullptr;
+      sqlite3_prepare_v2(db_, "SELECT 1 FROM assets WHERE uuid = ?", -1, &raw, nullptr);
+      Statement s(raw);
+      sqlite3_bind_text(raw, 1, uuid.c_str(), -1, SQLITE_TRANSIENT);
+      committed = raw && sqlite3_step(raw) == SQLITE_ROW;
+    }
+    // Only a plain file of ours moves into assets/; a link left under a
+    // committed name is removed as a link.
+    if (committed && !folder_->assetEntryExists(name) && folder_->moveIntoAssets(name).ok()) {
       ++recovery_.finished;
     } else {
-      fs::remove(it->path(), ec);
+      folder_->removeStaging(name);
       ++recovery_.discarded;
     }
   }
-  fsyncPath(directory_ + "/assets", true);
-  auto rows = [&]() -> std::vector<AssetRecord> {
-    std::vector<AssetRecord> out;
+  folder_->syncAssets();
+  std::vector<AssetRecord> found;
+  {
     sqlite3_stmt* raw = nullptr;
-    sqlite3_prepare_v2(db_, kSelect, -1, &raw, nullptr);
+    sqlite3_prepare_v2(db_, LibraryIndexFormat::kSelect, -1, &raw, nullptr);
     Statement s(raw);
-    while (raw && sqlite3_step(raw) == SQLITE_ROW) out.push_back(recordFrom(raw, directory_));
-    return out;
-  }();
-  for (const auto& r : rows) {
-    if (fs::exists(r.file, ec)) continue;
+    while (raw && sqlite3_step(raw) == SQLITE_ROW) {
+      auto record = LibraryIndexFormat::rowFrom(raw, directory_);
+      if (record.ok()) found.push_back(std::move(*record));
+    }
+  }
+  for (const auto& r : found) {
+    if (folder_->assetEntryExists(r.fileName())) continue;
     sqlite3_stmt* raw = nullptr;
     sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
     Statement s(raw);
@@ -272,32 +239,66 @@ Status SqlitePhotoLibrary::recover() {
   return Status::okStatus();
 }
 
+StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::rows(const std::string& tail, const std::string* parameter,
+                                                            bool present) {
+  std::lock_guard guard(dbMutex_);
+  sqlite3_stmt* raw = nullptr;
+  sqlite3_prepare_v2(db_, (std::string(LibraryIndexFormat::kSelect) + tail).c_str(), -1, &raw, nullptr);
+  Statement s(raw);
+  if (!raw) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
+  if (parameter) sqlite3_bind_text(raw, 1, parameter->c_str(), -1, SQLITE_TRANSIENT);
+  std::vector<AssetRecord> out;
+  int rc;
+  while ((rc = sqlite3_step(raw)) == SQLITE_ROW) {
+    auto record = LibraryIndexFormat::rowFrom(raw, directory_);
+    if (!record.ok()) {
+      logSkipped(record.status(), "list()");
+      continue;
+    }
+    if (present) {
+      if (Status why = folder_->checkAsset(record->fileName()); !why.ok()) {
+        logSkipped(Status::dataLoss("skipping asset " + record->uuid + ": " + why.message()), "list()");
+        continue;
+      }
+    }
+    out.push_back(std::move(*record));
+  }
+  if (rc != SQLITE_DONE) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
+  return out;
+}
+
+bool SqlitePhotoLibrary::execWith(const char* sql, const std::string& parameter) {
+  sqlite3_stmt* raw = nullptr;
+  sqlite3_prepare_v2(db_, sql, -1, &raw, nullptr);
+  Statement s(raw);
+  if (!raw) return false;
+  sqlite3_bind_text(raw, 1, parameter.c_str(), -1, SQLITE_TRANSIENT);
+  return sqlite3_step(raw) == SQLITE_DONE;
+}
+
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commit(
     std::vector<std::pair<std::shared_ptr<const Bytes>, bool>> resources, std::vector<std::string> uuids) {
   RETURN_IF_ERROR(ensureOpen());
   // Held from the first staged byte: a process opening the library meanwhile
   // must not take our staging files for a crash's leftovers.
-  LibraryLock lock(directory_, /*exclusive=*/false);
+  LibraryLock lock(*folder_, /*exclusive=*/false);
   std::vector<Staged> staged;
   for (size_t i = 0; i < resources.size(); ++i) {
     const std::string ext = extensionFor(*resources[i].first);
-    const std::string path = directory_ + "/staging/" + uuids[i] + "." + ext;
-    if (Status s = writeDurably(path, *resources[i].first); !s.ok()) {
-      std::error_code ec;
-      for (const auto& st : staged) fs::remove(st.path, ec);
+    if (Status s = folder_->writeStaging(uuids[i] + "." + ext, *resources[i].first); !s.ok()) {
+      for (const auto& st : staged) folder_->removeStaging(st.uuid + "." + st.extension);
       return s;
     }
-    staged.push_back({uuids[i], ext, path, static_cast<std::int64_t>(resources[i].first->size()),
+    staged.push_back({uuids[i], ext, static_cast<std::int64_t>(resources[i].first->size()),
                       resources[i].second || isVideoExtension(ext)});
   }
   return commitStaged(std::move(staged));
 }
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<Staged> staged) {
-  LibraryLock lock(directory_, /*exclusive=*/false);
+  LibraryLock lock(*folder_, /*exclusive=*/false);
   auto discardStaged = [&] {
-    std::error_code ec;
-    for (const auto& st : staged) fs::remove(st.path, ec);
+    for (const auto& st : staged) folder_->removeStaging(st.uuid + "." + st.extension);
   };
   const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
   std::vector<AssetRecord> records;
@@ -309,7 +310,7 @@ StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<
     r.video = st.video;
     r.size = st.size;
     r.created = now;
-    r.file = directory_ + "/assets/" + r.uuid + "." + r.extension;
+    r.file = directory_ + "/assets/" + r.fileName();
     records.push_back(r);
   }
   {
@@ -347,20 +348,14 @@ StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::commitStaged(std::vector<
     }
   }
   // Committed: the rows stand. A crash from here on is finished by recover().
-  for (size_t i = 0; i < records.size(); ++i) {
-    if (::rename(staged[i].path.c_str(), records[i].file.c_str()) == 0) continue;
-    const int err = errno;
+  for (const auto& record : records) {
+    const Status moved = folder_->moveIntoAssets(record.fileName());
+    if (moved.ok()) continue;
     std::lock_guard guard(dbMutex_);
-    for (const auto& r : records) {
-      sqlite3_stmt* raw = nullptr;
-      sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
-      Statement s(raw);
-      sqlite3_bind_text(raw, 1, r.uuid.c_str(), -1, SQLITE_TRANSIENT);
-      sqlite3_step(raw);
-    }
-    return Status::dataLoss(std::string("the saved file went missing before it was in place: ") + std::strerror(err));
+    for (const auto& r : records) execWith("DELETE FROM assets WHERE uuid = ?", r.uuid);
+    return Status::dataLoss("the saved file went missing before it was in place: " + moved.message());
   }
-  fsyncPath(directory_ + "/assets", true);
+  folder_->syncAssets();
   return records;
 }
 
@@ -409,15 +404,16 @@ std::vector<std::shared_ptr<Asset>> SqlitePhotoLibrary::fetchAssetsWithALAssetUR
 
 StatusOr<std::shared_ptr<Asset>> SqlitePhotoLibrary::asset(const std::string& idOrUuid) {
   RETURN_IF_ERROR(ensureOpen());
-  std::string uuid = idOrUuid.substr(0, idOrUuid.find('/'));
-  std::lock_guard guard(dbMutex_);
-  sqlite3_stmt* raw = nullptr;
-  sqlite3_prepare_v2(db_, (std::string(kSelect) + " WHERE uuid = ?").c_str(), -1, &raw, nullptr);
-  Statement s(raw);
-  if (!raw) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
-  sqlite3_bind_text(raw, 1, uuid.c_str(), -1, SQLITE_TRANSIENT);
-  if (sqlite3_step(raw) != SQLITE_ROW) return Status::notFound("no asset " + idOrUuid + " in the photo library");
-  return makeAsset(recordFrom(raw, directory_));
+  const std::string uuid = idOrUuid.substr(0, idOrUuid.find('/'));
+  ASSIGN_OR_RETURN(auto found, rows(" WHERE uuid = ?", &uuid, /*present=*/false));
+  if (found.empty()) return Status::notFound("no asset " + idOrUuid.substr(0, 128) + " in the photo library");
+  RETURN_IF_ERROR(folder_->checkAsset(found.front().fileName()));
+  return makeAsset(found.front());
+}
+
+StatusOr<Bytes> SqlitePhotoLibrary::assetBytes(const std::string& idOrUuid, std::uint64_t maxBytes) {
+  ASSIGN_OR_RETURN(auto found, asset(idOrUuid));
+  return folder_->readAsset(std::static_pointer_cast<LibraryAsset>(found)->record().fileName(), maxBytes);
 }
 
 void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<Asset>& asset,
@@ -428,7 +424,9 @@ void SqlitePhotoLibrary::requestImageDataAndOrientation(const std::shared_ptr<As
     result.info = Dictionary{};
     auto local = std::dynamic_pointer_cast<LibraryAsset>(asset);
     if (local && !local->isVideo()) {
-      if (auto bytes = FileBytes::read(local->record().file, 1ull << 31); bytes.ok()) {
+      const Status opened = self->ensureOpen();
+      auto bytes = opened.ok() ? self->folder_->readAsset(local->record().fileName(), 1ull << 31) : StatusOr<Bytes>(opened);
+      if (bytes.ok()) {
         result.dataUTI = utiFor(local->extension());
         result.orientation = ExifOrientation::read(*bytes);
         result.data = std::make_shared<const Bytes>(std::move(*bytes));
@@ -444,32 +442,20 @@ void SqlitePhotoLibrary::saveVideoAtPathToSavedPhotosAlbum(const std::string& pa
   // The movie is copied into staging now, on disk rather than through memory,
   // so the caller may delete its file as soon as this returns.
   if (!ensureOpen().ok()) return;
-  LibraryLock lock(directory_, /*exclusive=*/false);
-  std::error_code ec;
+  LibraryLock lock(*folder_, /*exclusive=*/false);
   const std::string uuid = newUuid();
   std::string ext = fs::path(path).extension().string();
   for (auto& c : ext) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   ext = ext == ".MP4" || ext == ".M4V" ? ext.substr(1) : "MOV";
-  const std::string staging = directory_ + "/staging/" + uuid + "." + ext;
-  if (!fs::copy_file(path, staging, fs::copy_options::none, ec) || !fsyncPath(staging, false).ok()) {
-    fs::remove(staging, ec);
-    return;
-  }
-  const auto size = static_cast<std::int64_t>(fs::file_size(staging, ec));
+  auto size = folder_->copyIntoStaging(path, uuid + "." + ext);
+  if (!size.ok()) return;
   auto self = shared_from_this();
-  queue().post([self, uuid, ext, staging, size] { self->commitStaged({{uuid, ext, staging, size, true}}); });
+  queue().post([self, uuid, ext, size = *size] { self->commitStaged({{uuid, ext, size, true}}); });
 }
 
 StatusOr<std::vector<AssetRecord>> SqlitePhotoLibrary::list() {
   RETURN_IF_ERROR(ensureOpen());
-  std::lock_guard guard(dbMutex_);
-  sqlite3_stmt* raw = nullptr;
-  sqlite3_prepare_v2(db_, (std::string(kSelect) + " ORDER BY created, uuid").c_str(), -1, &raw, nullptr);
-  Statement s(raw);
-  if (!raw) return Status::unavailable(std::string("cannot read the photo library: ") + sqlite3_errmsg(db_));
-  std::vector<AssetRecord> out;
-  while (sqlite3_step(raw) == SQLITE_ROW) out.push_back(recordFrom(raw, directory_));
-  return out;
+  return rows(" ORDER BY created, uuid", nullptr, /*present=*/true);
 }
 
 StatusOr<AssetRecord> SqlitePhotoLibrary::importFile(const std::string& path) {
@@ -481,18 +467,17 @@ StatusOr<AssetRecord> SqlitePhotoLibrary::importFile(const std::string& path) {
 }
 
 Status SqlitePhotoLibrary::remove(const std::string& localIdentifier) {
-  ASSIGN_OR_RETURN(auto a, asset(localIdentifier));
-  auto local = std::static_pointer_cast<LibraryAsset>(a);
+  RETURN_IF_ERROR(ensureOpen());
+  const std::string uuid = localIdentifier.substr(0, localIdentifier.find('/'));
+  // A row whose file is missing or a link may still be removed; the link goes as a link.
+  ASSIGN_OR_RETURN(auto found, rows(" WHERE uuid = ?", &uuid, /*present=*/false));
+  if (found.empty()) return Status::notFound("no asset " + localIdentifier.substr(0, 128) + " in the photo library");
   {
     std::lock_guard guard(dbMutex_);
-    sqlite3_stmt* raw = nullptr;
-    sqlite3_prepare_v2(db_, "DELETE FROM assets WHERE uuid = ?", -1, &raw, nullptr);
-    Statement s(raw);
-    sqlite3_bind_text(raw, 1, local->record().uuid.c_str(), -1, SQLITE_TRANSIENT);
-    if (sqlite3_step(raw) != SQLITE_DONE) return Status::unavailable(std::string("cannot remove: ") + sqlite3_errmsg(db_));
+    if (!execWith("DELETE FROM assets WHERE uuid = ?", uuid))
+      return Status::unavailable(std::string("cannot remove: ") + sqlite3_errmsg(db_));
   }
-  std::error_code ec;
-  fs::remove(local->record().file, ec);
+  folder_->removeAsset(found.front().fileName());
   return Status::okStatus();
 }
 

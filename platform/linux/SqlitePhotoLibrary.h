@@ -8,22 +8,12 @@
 #include "host/StatusOr.h"
 #include "host/ThreadPool.h"
 #include "platform/PhotoLibrary.h"
+#include "platform/linux/AssetRecord.h"
+#include "platform/linux/LibraryFolder.h"
 
 struct sqlite3;
 
 namespace velqor {
-
-// One row of the library's index.
-struct AssetRecord {
-  std::string localIdentifier;  // "UUID/L0/001"
-  std::string uuid;
-  std::string extension;        // "JPG", "PNG", "MOV", "MP4"
-  bool video = false;
-  std::int64_t size = 0;
-  double created = 0;           // seconds since the epoch
-  std::string file;             // absolute path of the asset's bytes
-  Url referenceUrl() const;
-};
 
 // A real photo library: asset files in a directory plus an index in SQLite
 // (WAL mode, one transaction per change block).
@@ -60,6 +50,8 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   StatusOr<std::vector<AssetRecord>> list();
   StatusOr<AssetRecord> importFile(const std::string& path);
   StatusOr<std::shared_ptr<Asset>> asset(const std::string& localIdentifierOrUuid);
+  // The asset's bytes, read without following a link.
+  StatusOr<Bytes> assetBytes(const std::string& localIdentifierOrUuid, std::uint64_t maxBytes);
   Status remove(const std::string& localIdentifier);
   // Waits until every queued change has run.
   void drain();
@@ -80,10 +72,16 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   Status ensureOpen();
   Status openDatabase();
   Status recover();
+  // Checked rows of `sql` (kSelect plus a tail) with one optional text
+  // parameter; rows that fail a check are logged and left out, and so are
+  // rows whose file is not a plain file of the user's when `present`.
+  StatusOr<std::vector<AssetRecord>> rows(const std::string& tail, const std::string* parameter, bool present);
+  // Runs one statement with one text parameter; false on failure.
+  bool execWith(const char* sql, const std::string& parameter);
   ThreadPool& queue();
   // A file already flushed to the staging directory, waiting for its row.
   struct Staged {
-    std::string uuid, extension, path;
+    std::string uuid, extension;
     std::int64_t size = 0;
     bool video = false;
   };
@@ -93,6 +91,7 @@ class SqlitePhotoLibrary final : public PhotoLibrary, public std::enable_shared_
   std::shared_ptr<Asset> makeAsset(const AssetRecord& record);
 
   std::string directory_;
+  std::optional<LibraryFolder> folder_;  // set once ensureOpen succeeded
   std::mutex dbMutex_;
   sqlite3* db_ = nullptr;
   Recovery recovery_;
