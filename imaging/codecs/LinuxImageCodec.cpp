@@ -68,6 +68,7 @@ std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& im
   if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg") return std::nullopt;
   auto bytes = image.source()->encodedBytes();
   if (!bytes) return std::nullopt;
+  // The roads take any size.
   const int orientation = ImageOrientation::toExif(image.imageOrientation());
   JpegReencodeRequest request{JpegCodec::libjpegQuality(quality), image.transform(),
                               orientation == 1 ? Bytes{} : ExifOrientation::app1(orientation), image.iccProfile()};
