@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <string>
 
+#include "imaging/RowPump.h"
+
 namespace velqor {
 namespace {
 
@@ -110,22 +112,31 @@ bool PermutedRowStream::spill() {
   if (!scratch_.valid()) return fail(Status::unavailable(std::string("cannot make a scratch file: ") + std::strerror(errno)));
   const int w = source_->width(), h = source_->height();
   const int bandRows = static_cast<int>(std::clamp<size_t>(bandBytes_ / source_->stride(), 1, static_cast<size_t>(h)));
-  std::vector<std::uint8_t> band(source_->stride() * static_cast<size_t>(bandRows));
-  std::vector<std::uint8_t> permuted(band.size());
+  std::vector<std::uint8_t> permuted(source_->stride() * static_cast<size_t>(bandRows));
   off_t offset = 0;
-  for (int j0 = 0; j0 < h; j0 += bandRows) {
-    const int rows = std::min(bandRows, h - j0);
-    if (!source_->read(band.data(), rows)) return fail(source_->status());
-    // The band's corners bound where its pixels land.
-    const Point a = landing(transform_, 0, j0, w, h), b = landing(transform_, w - 1, j0 + rows - 1, w, h);
-    Piece piece{std::min(a.x, b.x), std::min(a.y, b.y), std::abs(a.x - b.x) + 1, std::abs(a.y - b.y) + 1, offset};
-    permuteBand(band.data(), j0, rows, permuted.data(), piece);
-    const size_t size = static_cast<size_t>(piece.w) * piece.h * channels();
-    if (!writeAll(scratch_.get(), permuted.data(), size, offset))
-      return fail(Status::unavailable(std::string("cannot write the scratch file: ") + std::strerror(errno)));
-    offset += static_cast<off_t>(size);
-    pieces_.push_back(piece);
-  }
+  int j0 = 0;
+  // The source decodes the next band on the pump's thread while this one permutes and writes.
+  Status wrote = Status::okStatus();
+  Status pumped = RowPump::run(
+      *source_, bandRows,
+      [&](const std::uint8_t* band, int rows) {
+        // The band's corners bound where its pixels land.
+        const Point a = landing(transform_, 0, j0, w, h), b = landing(transform_, w - 1, j0 + rows - 1, w, h);
+        Piece piece{std::min(a.x, b.x), std::min(a.y, b.y), std::abs(a.x - b.x) + 1, std::abs(a.y - b.y) + 1, offset};
+        permuteBand(band, j0, rows, permuted.data(), piece);
+        const size_t size = static_cast<size_t>(piece.w) * piece.h * channels();
+        if (!writeAll(scratch_.get(), permuted.data(), size, offset)) {
+          wrote = Status::unavailable(std::string("cannot write the scratch file: ") + std::strerror(errno));
+          return false;
+        }
+        offset += static_cast<off_t>(size);
+        pieces_.push_back(piece);
+        j0 += rows;
+        return true;
+      },
+      Status::cancelled("stopped"));
+  if (!wrote.ok()) return fail(wrote);
+  if (!pumped.ok()) return fail(pumped);
   spilled_ = true;
   return true;
 }

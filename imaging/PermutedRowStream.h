@@ -13,13 +13,15 @@ namespace velqor {
 // whole image: on the first read the source is taken in bands of rows, each
 // band is permuted in memory and written in one piece to an unnamed scratch
 // file in the system's temporary folder (gone when the stream is); the
-// permuted rows are then gathered from the bands' pieces. Memory holds one
-// band (about `bandBytes`) and the rows asked for; the file holds the image.
+// permuted rows are then gathered from the bands' pieces. The source is read
+// on a thread of its own (RowPump) while bands are permuted, so memory holds
+// five bands (about `bandBytes` each) and the rows asked for; the file holds
+// the image.
 //
 // Threads: one thread at a time.
 class PermutedRowStream final : public RowStream {
  public:
-  PermutedRowStream(std::unique_ptr<RowStream> source, Dihedral transform, size_t bandBytes = 32u << 20);
+  PermutedRowStream(std::unique_ptr<RowStream> source, Dihedral transform, size_t bandBytes = 8u << 20);
 
   int width() const override { return width_; }
   int height() const override { return height_; }

@@ -60,9 +60,17 @@ struct Photo {
   std::string path;
 };
 
+// Made once per run, removed when the program ends.
+struct MadePhotos {
+  std::map<int, Photo> photos;
+  ~MadePhotos() {
+    for (const auto& [mp, p] : photos) std::remove(p.path.c_str());
+  }
+};
+
 const Photo& photo(int megapixels) {
-  static std::map<int, Photo> made;
-  auto& p = made[megapixels];
+  static MadePhotos made;
+  auto& p = made.photos[megapixels];
   if (!p.path.empty()) return p;
   // 200 MP: 16330 x 12247, a phone's; 400 MP: the same shape doubled in area.
   p.width = megapixels == 200 ? 16330 : 23094;

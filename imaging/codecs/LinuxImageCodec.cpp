@@ -97,16 +97,26 @@ std::optional<Bytes> LinuxImageCodec::refused(const PlatformImage& image, const 
   return std::nullopt;
 }
 
-std::optional<Bytes> LinuxImageCodec::streamedPng(const PlatformImage& image) const {
-  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg") return std::nullopt;
+Status LinuxImageCodec::writePngRows(const PlatformImage& image, PngRowEncoder::Sink sink) const {
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg")
+    return Status::failedPrecondition("only a JPEG source at its stored size streams");
   auto bytes = image.source()->encodedBytes();
-  if (!bytes) return std::nullopt;
-  auto rows = JpegRowStream::open(*bytes, /*keepYcbcr=*/false);
-  if (!rows.ok() || (*rows)->heldBytes() > limits_.maxBytes) return std::nullopt;
-  PermutedRowStream permuted(std::move(*rows), image.transform());
-  auto out = PngRowEncoder::encode(permuted, image.iccProfile());
-  if (!out.ok()) return std::nullopt;
-  return std::move(*out);
+  if (!bytes) return Status::failedPrecondition("the source keeps no bytes");
+  ASSIGN_OR_RETURN(auto rows, JpegRowStream::open(*bytes, /*keepYcbcr=*/false));
+  if (rows->heldBytes() > limits_.maxBytes)
+    return Status::failedPrecondition("the progressive file's coefficients exceed the memory budget");
+  PermutedRowStream permuted(std::move(rows), image.transform());
+  return PngRowEncoder::encode(permuted, image.iccProfile(), std::move(sink));
+}
+
+std::optional<Bytes> LinuxImageCodec::streamedPng(const PlatformImage& image) const {
+  Bytes out;
+  const Status written = writePngRows(image, [&out](const std::uint8_t* data, size_t size) {
+    out.insert(out.end(), data, data + size);
+    return true;
+  });
+  if (!written.ok()) return std::nullopt;
+  return out;
 }
 
 std::optional<std::string> LinuxImageCodec::containerType(std::span<const std::uint8_t> bytes) {

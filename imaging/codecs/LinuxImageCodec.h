@@ -2,6 +2,7 @@
 
 #include "imaging/EncodeNotes.h"
 #include "imaging/ImageCodec.h"
+#include "imaging/codecs/PngRowEncoder.h"
 
 namespace velqor {
 
@@ -36,6 +37,11 @@ class LinuxImageCodec final : public ImageCodec {
   void setReencodeRoads(bool on) { reencodeRoads_ = on; }
   // Where a representation that fails says why (set once, before use).
   void setNotes(std::shared_ptr<EncodeNotes> notes) { notes_ = std::move(notes); }
+
+  // The PNG representation of a JPEG source drawn only by permutation, its
+  // bytes handed to `sink` as they are made (a file, never the whole PNG in
+  // memory); failedPrecondition when the image takes no such road.
+  Status writePngRows(const PlatformImage& image, PngRowEncoder::Sink sink) const;
 
   // The source for bytes, whatever their container.
   StatusOr<std::shared_ptr<const ImageSource>> source(std::shared_ptr<const Bytes> bytes) const;
