@@ -13,12 +13,14 @@ std::unique_ptr<DeviceSession> openSession(const DeviceOptions& options) {
   auto& s = **session;
   if (auto id = options.pickedIdentifier(); id && !s.library().asset(*id).ok())
     throw UsageError{"--pick: \"" + *id + "\" is neither a file nor an asset of the library " + s.library().directory()};
-  s.host().answers()->setListener([](const Answer& a) {
+  s.host().answers()->setListener([&s](const Answer& a) {
     {
       std::lock_guard lock(Console::resultMutex());
       a.writeJsonLine(Console::resultStream());
     }
     if (a.afterFinal) Console::error("command " + a.callbackId + " was answered again after its final answer");
+    // The listener runs as the answer is logged: it is the last one so far.
+    if (auto note = s.noteForAnswer(s.host().answers()->size() - 1)) Console::error("note: " + *note);
   });
   if (options.events)
     s.device().events()->setListener([](const nlohmann::ordered_json& e) {

@@ -1,9 +1,16 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 
 #include <nlohmann/json.hpp>
 
 #include "cli/Cli.h"
 #include "host/FileBytes.h"
+#include "host/UniqueFd.h"
 #include "imaging/metadata/IccProfileBuilder.h"
 #include "imaging/codecs/JpegCodec.h"
 #include "imaging/codecs/LinuxImageCodec.h"
@@ -39,6 +46,45 @@ int explainFailure(LinuxImageCodec& codec, const std::string& path, const Bytes&
 
 double millisSince(std::chrono::steady_clock::time_point t) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t).count();
+}
+
+int reportFit(const std::string& out, const PlatformImage& image, size_t bytes, std::chrono::steady_clock::time_point start) {
+  nlohmann::ordered_json j;
+  j["output"] = out;
+  j["size"] = {image.storedWidth(), image.storedHeight()};
+  j["bytes"] = bytes;
+  j["milliseconds"] = millisSince(start);
+  Console::result(j.dump());
+  return kExitOk;
+}
+
+// The PNG streamed into a new file beside `out`, renamed over it when whole;
+// failedPrecondition when the image takes no streamed road.
+StatusOr<size_t> writeStreamedPng(LinuxImageCodec& codec, const PlatformImage& image, const std::string& out) {
+  std::string partial = out + ".partial-XXXXXX";
+  UniqueFd fd(::mkstemp(partial.data()));
+  if (!fd.valid()) return Status::unavailable(std::string("cannot create a file beside it: ") + std::strerror(errno));
+  size_t total = 0;
+  Status written = codec.writePngRows(image, [&](const std::uint8_t* data, size_t size) {
+    for (size_t done = 0; done < size;) {
+      const ssize_t n = ::write(fd.get(), data + done, size - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return false;
+      done += static_cast<size_t>(n);
+    }
+    total += size;
+    return true;
+  });
+  if (written.ok() && ::fchmod(fd.get(), 0644) != 0) written = Status::unavailable("cannot set the file's mode");
+  if (written.ok() && ::fsync(fd.get()) != 0) written = Status::unavailable("cannot flush the file");
+  fd.reset();
+  if (written.ok() && ::rename(partial.c_str(), out.c_str()) != 0)
+    written = Status::unavailable(std::string("cannot rename into place: ") + std::strerror(errno));
+  if (!written.ok()) {
+    ::unlink(partial.c_str());
+    return written;
+  }
+  return total;
 }
 
 }  // namespace
@@ -102,19 +148,22 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         Console::error(fitPath + ": the image could not be drawn");
         return kExitFailure;
       }
+      if (fitPng) {
+        // A full-size PNG goes to the file as it is made; the file appears whole or not at all.
+        auto streamed = writeStreamedPng(codec, *image, fitOut);
+        if (streamed.ok()) return reportFit(fitOut, *image, *streamed, start);
+        if (streamed.status().code() != Status::Code::failedPrecondition) {
+          Console::error(fitOut + ": " + streamed.status().message());
+          return kExitFailure;
+        }
+      }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) return explainFailure(codec, fitPath, *bytes, *image);
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {
         Console::error(fitOut + ": " + s.message());
         return kExitFailure;
       }
-      nlohmann::ordered_json j;
-      j["output"] = fitOut;
-      j["size"] = {image->storedWidth(), image->storedHeight()};
-      j["bytes"] = encoded->size();
-      j["milliseconds"] = millisSince(start);
-      Console::result(j.dump());
-      return kExitOk;
+      return reportFit(fitOut, *image, encoded->size(), start);
     };
   });
 }

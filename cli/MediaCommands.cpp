@@ -59,8 +59,11 @@ void registerMediaCommands(CLI::App& app, Registration& chosen) {
       for (const char* jpegOnly : {"--orientation", "--quality"})
         if (sample->count(jpegOnly)) throw UsageError{std::string(jpegOnly) + " is for KIND camera-jpeg only"};
     chosen.run = [sample] {
-      if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > 100'000'000)
-        throw UsageError{"--width and --height must be positive and at most 100 megapixels together"};
+      // A camera JPEG is written row by row; the others are made whole.
+      const long long limit = kind == "camera-jpeg" ? 1'000'000'000 : 100'000'000;
+      if (width <= 0 || height <= 0 || static_cast<long long>(width) * height > limit)
+        throw UsageError{"--width and --height must be positive and at most " + std::to_string(limit / 1'000'000) +
+                         " megapixels together"};
       if (kind == "movie") {
         MovieSpec shape = recording;
         shape.seconds = seconds;

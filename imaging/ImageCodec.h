@@ -42,6 +42,15 @@ class ImageCodec {
   virtual std::optional<Bytes> encodeWithProperties(const Bitmap& bitmap, const std::string& type,
                                                     const Dictionary& properties) = 0;
 
+  // The same for the stored pixels of `image`. By default through its whole
+  // bitmap; a codec with roads that stream the pixels overrides it.
+  virtual std::optional<Bytes> encodeImageWithProperties(const PlatformImage& image, const std::string& type,
+                                                         const Dictionary& properties) {
+    auto bitmap = image.cgImage();
+    if (!bitmap) return std::nullopt;
+    return encodeWithProperties(*bitmap, type, properties);
+  }
+
   // The full image-property dictionary of encoded bytes; none when they do
   // not decode as an image. The bytes are shared, not copied.
   virtual std::optional<Dictionary> imageProperties(std::shared_ptr<const Bytes> bytes) = 0;

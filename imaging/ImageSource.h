@@ -12,9 +12,11 @@
 namespace velqor {
 
 // Limits checked from an image's header before any pixel memory is taken.
-// `maxPixels` and `maxBytes` bound what one decode produces; a codec that can
-// decode at a reduced scale (JPEG) accepts a header up to `maxHeaderPixels`
-// and applies the other two to the scale it decodes at.
+// `maxBytes` bounds the bitmap one decode produces (JPEG and PNG check it
+// alone; `maxPixels` stays for the codecs that also cap the count); a codec
+// that can decode at a reduced scale (JPEG) or stream its rows (JPEG, PNG)
+// accepts a header up to `maxHeaderPixels` and applies the budget only when a
+// whole bitmap is made.
 struct DecodeLimits {
   std::uint64_t maxPixels = 100'000'000;
   std::uint64_t maxBytes = 1ull << 30;  // decoded pixel memory

@@ -49,9 +49,7 @@ std::optional<Bytes> DeferredDelivery::encodeLike(ImageCodec& codec, const Bytes
                                                   const PlatformImage& picture, const Dictionary& properties) {
   auto type = codec.containerType(typeSource);
   if (!type) return std::nullopt;
-  auto bitmap = picture.cgImage();
-  if (!bitmap) return std::nullopt;
-  return codec.encodeWithProperties(*bitmap, *type, properties);
+  return codec.encodeImageWithProperties(picture, *type, properties);
 }
 
 void DeferredDelivery::imagePickerControllerReturnImageResult(PluginCore& core) {

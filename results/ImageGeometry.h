@@ -34,11 +34,12 @@ class ImageGeometry {
   // Points to whole pixels; none when no context could be made.
   static std::optional<int> contextPixels(double points);
 
-  // The largest context a scaling draws into: its pixels are realized as they
-  // are. A correction only permutes the stored pixels, realized later within
-  // the decode limits (a large photo fitted to a small target never is at full
-  // size), so its context may be as large as a header the codecs accept.
-  static constexpr std::uint64_t kMaxContextPixels = 100'000'000;
+  // The largest context a scaling draws into, in bytes of RGBA pixels: its
+  // pixels are realized as they are. A correction only permutes the stored
+  // pixels, realized later (streamed at full size, or within the decode
+  // budget), so its context may be as large as a header the codecs accept.
+  static constexpr std::uint64_t kMaxContextBytes = 1ull << 30;
+  static constexpr std::uint64_t kMaxContextPixels = kMaxContextBytes / 4;
   static constexpr std::uint64_t kMaxCorrectionPixels = 1'000'000'000;
 };
 

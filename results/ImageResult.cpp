@@ -23,7 +23,6 @@ struct Context {
   Dictionary info;
   PictureCell picture = std::make_shared<std::shared_ptr<PlatformImage>>();
   bool save = false;
-  std::optional<ResultPair> refused = std::nullopt;  // the picture is too large to realize
 };
 
 Executor& pool(const Context& c) { return *c.core->services.workerPool; }
@@ -32,26 +31,14 @@ std::string extensionFor(const PictureOptions& o) {
   return o.encodingType == EncodingType::encodingTypePNG ? "png" : "jpg";
 }
 
-// A picture whose pixels would exceed the decode limits (a full-size request
-// for a photo larger than one decode may hold) fails with the reason, instead
-// of an empty answer or a capture that waits for nothing.
-std::optional<ResultPair> tooLarge(const Context& c) {
-  if (!*c.picture) return std::nullopt;
-  Status why = (*c.picture)->checkDecode();
-  if (why.ok()) return std::nullopt;
-  return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, why.message());
-}
-
 std::optional<Bytes> acquire(Context& c) {
   *c.picture = ImageAcquisition::retrieveImage(c.info, *c.options);
-  c.refused = tooLarge(c);
-  if (c.refused) return std::nullopt;
   return ImageAcquisition::processImage(*c.core, *c.picture, c.info, *c.options);
 }
 
 ResultPair dataUrl(Context& c) {
   auto encoded = acquire(c);
-  if (!encoded) return c.refused.value_or(ResultPair::none());
+  if (!encoded) return ResultPair::none();
   const char* prefix =
       c.options->encodingType == EncodingType::encodingTypePNG ? "data:image/png;base64," : "data:image/jpeg;base64,";
   return ResultPair::success(Dictionary{{"callbackURI", Value(base64Encode(*encoded, prefix))}});
@@ -95,7 +82,7 @@ Task<ResultPair> fileUriWithLocation(Context& c, Bytes encoded, std::string path
 
 Task<ResultPair> fileUri(Context& c) {
   auto encoded = acquire(c);
-  if (!encoded) co_return c.refused.value_or(ResultPair::none());
+  if (!encoded) co_return ResultPair::none();
   std::string path = c.core->ops().tempFilePath(extensionFor(*c.options));
   if (c.options->usesGeolocation) {
     auto located = fileUriWithLocation(c, std::move(*encoded), path);
@@ -125,7 +112,6 @@ Task<ResultPair> nativeUri(Context& c) {
       co_return ResultPair::success(Dictionary{{"callbackURI", Value(core.ops().urlTransformer(*url).absoluteString())}});
     }
   *c.picture = ImageAcquisition::retrieveImage(c.info, *c.options);
-  if (auto refused = tooLarge(c)) co_return *refused;
   auto identifier = std::make_shared<std::string>();
   if (!core.services.photoLibrary) co_return ResultPair::none();
   auto codec = core.services.imageCodec;

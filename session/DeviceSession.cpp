@@ -36,6 +36,10 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   s->pool_ = std::make_shared<ThreadPool>(2, "workers");
   s->platform_ = std::make_shared<ThreadPool>(1, "platform");
   auto codec = std::make_shared<LinuxImageCodec>();
+  // A note belongs to the answer that comes next: stamped with the answers so far.
+  DeviceSession* self = s.get();
+  s->encodeNotes_ = std::make_shared<EncodeNotes>([self] { return self->host_ ? self->host_->answers()->size() : 0; });
+  codec->setNotes(s->encodeNotes_);
   if (config.pickerChoice && config.pickerChoice->kind == SimPickerChoice::Kind::pick &&
       std::filesystem::is_regular_file(config.pickerChoice->asset)) {
     // A file given as the asset to pick is imported into the library first.

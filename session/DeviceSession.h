@@ -10,6 +10,7 @@
 #include "host/StatusOr.h"
 #include "host/ThreadPool.h"
 #include "host/Watchdog.h"
+#include "imaging/EncodeNotes.h"
 #include "platform/linux/LazyMediaExport.h"
 #include "platform/linux/GpsdLocationService.h"
 #include "platform/linux/SqlitePhotoLibrary.h"
@@ -64,6 +65,11 @@ class DeviceSession {
   SimDevice& device() { return *device_; }
   VelqorCameraPlugin& plugin() { return *plugin_; }
   const PlatformServices& services() const { return services_; }
+  // Why a picture could not be encoded, for the people running the device:
+  // noteForAnswer(i) is the reason behind answer i of the host's answer log
+  // (an image answered with an empty result), none when there is none.
+  const EncodeNotes& encodeNotes() const { return *encodeNotes_; }
+  std::optional<std::string> noteForAnswer(size_t index) const { return encodeNotes_->stamped(index); }
 
   // What the picker hands over when the user finishes it with `choice`.
   std::function<StatusOr<Dictionary>(const ImagePickerController&)> pickerInfoFor(SimPickerChoice choice) const;
@@ -91,6 +97,7 @@ class DeviceSession {
   std::shared_ptr<GpsdLocationService> gpsd_;
   std::shared_ptr<SqlitePhotoLibrary> library_;
   std::shared_ptr<LazyMediaExport> export_;
+  std::shared_ptr<EncodeNotes> encodeNotes_;
   std::shared_ptr<Watchdog> watchdog_ = std::make_shared<Watchdog>();
   PlatformServices services_;
   std::unique_ptr<VelqorCameraPlugin> plugin_;

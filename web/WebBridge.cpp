@@ -112,10 +112,14 @@ nlohmann::json WebBridge::state(size_t answersFrom, size_t eventsFrom) const {
   const auto& log = *session_.host().answers();
   out["answerCount"] = log.size();
   auto list = nlohmann::json::array();
+  size_t index = answersFrom;
   for (const auto& answer : log.answersFrom(answersFrom)) {
     auto a = answer.toJson();
     a["callbackId"] = answer.callbackId;
     a["afterFinal"] = answer.afterFinal;
+    // Why an image came back empty, beside the answer (the plug-in says nothing).
+    if (auto note = session_.noteForAnswer(index)) a["note"] = *note;
+    ++index;
     list.push_back(std::move(a));
   }
   out["answers"] = std::move(list);

@@ -37,17 +37,17 @@ std::string megapixels(std::uint64_t pixels) { return std::to_string((pixels + 5
 
 std::string dimensions(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
-// The limits on what one decode produces: `full` says the decode is at the
-// stored size, where the only way round is a smaller target.
+// The memory one decode takes against the budget: `full` says the decode is
+// at the stored size, where the only way round is a smaller target.
 Status checkDecoded(int width, int height, int channels, bool full, const DecodeLimits& limits) {
   const std::uint64_t pixels = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height);
-  if (pixels <= limits.maxPixels && pixels * channels <= limits.maxBytes) return Status::okStatus();
-  const std::string what = pixels > limits.maxPixels
-                               ? "more than the " + megapixels(limits.maxPixels) + " one decode may hold"
-                               : "more than the memory budget of " + std::to_string(limits.maxBytes >> 20) + " MiB";
+  const std::uint64_t bytes = pixels * static_cast<std::uint64_t>(channels);
+  if (bytes <= limits.maxBytes) return Status::okStatus();
+  const std::string what = std::to_string(bytes >> 20) + " MiB of pixels, more than the " +
+                           std::to_string(limits.maxBytes >> 20) + " MiB one decode may hold";
   if (full)
     return Status::resourceExhausted("cannot decode " + dimensions(width, height) + " (" + megapixels(pixels) +
-                                     ") at full size: " + what + "; ask for a smaller target size");
+                                     ") as one bitmap at full size: " + what);
   return Status::resourceExhausted("cannot decode: " + dimensions(width, height) + " is " + what);
 }
 

@@ -6,7 +6,10 @@
 #include "imaging/codecs/HeifCodec.h"
 #include "imaging/metadata/ImageMetadata.h"
 #include "imaging/codecs/JpegCodec.h"
+#include "imaging/PermutedRowStream.h"
+#include "imaging/codecs/PngRowEncoder.h"
 #include "imaging/jpeg/JpegReencoder.h"
+#include "imaging/jpeg/JpegRowStream.h"
 #include "imaging/codecs/PngCodec.h"
 #include "imaging/codecs/TiffCodec.h"
 #include "imaging/codecs/WebpCodec.h"
@@ -52,7 +55,7 @@ Status LinuxImageCodec::probe(std::span<const std::uint8_t> bytes) {
 std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& image, double quality) {
   if (auto reencoded = reencodeJpegSource(image, quality)) return reencoded;
   auto bitmap = image.cgImage();
-  if (!bitmap) return std::nullopt;
+  if (!bitmap) return refused(image, "JPEG");
   // The stored pixels as they are, with the orientation that turns them upright.
   auto out = JpegCodec::encode(*bitmap, quality, ImageOrientation::toExif(image.imageOrientation()));
   if (!out.ok()) return std::nullopt;
@@ -60,13 +63,12 @@ std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& im
 }
 
 std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& image, double quality) const {
-  // Only the stored pixels, permuted at most, within the limits a full decode
-  // would meet: then the answer is the same pixels without the whole bitmap.
-  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg" ||
-      !image.checkDecode().ok())
-    return std::nullopt;
+  // Only the stored pixels, permuted at most: then the answer is the same
+  // pixels without the whole bitmap, at any size.
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg") return std::nullopt;
   auto bytes = image.source()->encodedBytes();
   if (!bytes) return std::nullopt;
+  // The roads take any size.
   const int orientation = ImageOrientation::toExif(image.imageOrientation());
   JpegReencodeRequest request{JpegCodec::libjpegQuality(quality), image.transform(),
                               orientation == 1 ? Bytes{} : ExifOrientation::app1(orientation), image.iccProfile()};
@@ -77,11 +79,44 @@ std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& im
 
 std::optional<Bytes> LinuxImageCodec::pngRepresentation(const PlatformImage& image) {
   // A PNG carries no orientation: the stored pixels go as they are.
+  if (auto streamed = streamedPng(image)) return streamed;
   auto bitmap = image.cgImage();
-  if (!bitmap) return std::nullopt;
+  if (!bitmap) return refused(image, "PNG");
   auto out = PngCodec::encode(*bitmap);
   if (!out.ok()) return std::nullopt;
   return std::move(*out);
+}
+
+std::optional<Bytes> LinuxImageCodec::refused(const PlatformImage& image, const char* what) const {
+  if (!notes_ || !image.hasBitmap()) return std::nullopt;
+  // The limits are found from the header; anything else is the decoder's.
+  const Status why = image.checkDecode();
+  const std::string size = std::to_string(image.storedWidth()) + "x" + std::to_string(image.storedHeight());
+  notes_->add("the " + size + " picture could not be encoded as " + what +
+              (why.ok() ? std::string(": its pixels do not decode") : ": " + why.message()));
+  return std::nullopt;
+}
+
+Status LinuxImageCodec::writePngRows(const PlatformImage& image, PngRowEncoder::Sink sink) const {
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg")
+    return Status::failedPrecondition("only a JPEG source at its stored size streams");
+  auto bytes = image.source()->encodedBytes();
+  if (!bytes) return Status::failedPrecondition("the source keeps no bytes");
+  ASSIGN_OR_RETURN(auto rows, JpegRowStream::open(*bytes, /*keepYcbcr=*/false));
+  if (rows->heldBytes() > limits_.maxBytes)
+    return Status::failedPrecondition("the progressive file's coefficients exceed the memory budget");
+  PermutedRowStream permuted(std::move(rows), image.transform());
+  return PngRowEncoder::encode(permuted, image.iccProfile(), std::move(sink));
+}
+
+std::optional<Bytes> LinuxImageCodec::streamedPng(const PlatformImage& image) const {
+  Bytes out;
+  const Status written = writePngRows(image, [&out](const std::uint8_t* data, size_t size) {
+    out.insert(out.end(), data, data + size);
+    return true;
+  });
+  if (!written.ok()) return std::nullopt;
+  return out;
 }
 
 std::optional<std::string> LinuxImageCodec::containerType(std::span<const std::uint8_t> bytes) {
@@ -105,6 +140,27 @@ std::optional<Bytes> LinuxImageCodec::encodeWithProperties(const Bitmap& bitmap,
   if (type == "public.png") out = PngCodec::encode(bitmap);
   if (!out.ok()) return std::nullopt;
   auto withMetadata = ImageMetadata::write(*out, properties);
+  if (!withMetadata.ok()) return std::nullopt;
+  return std::move(*withMetadata);
+}
+
+std::optional<Bytes> LinuxImageCodec::encodeImageWithProperties(const PlatformImage& image, const std::string& type,
+                                                                const Dictionary& properties) {
+  // The same pixels and settings as the bitmap road, streamed from a JPEG
+  // source at full size; anything else is drawn whole.
+  std::optional<Bytes> streamed;
+  if (type == "public.jpeg" && image.isSourcePermuted() && image.source()->typeName() == "jpeg")
+    if (auto bytes = image.source()->encodedBytes()) {
+      JpegReencodeRequest request{JpegCodec::libjpegQuality(kDestinationJpegQuality), image.transform(), Bytes{},
+                                  image.iccProfile()};
+      if (auto out = JpegReencoder::reencode(*bytes, request, limits_); out.ok()) streamed = std::move(out->bytes);
+    }
+  if (type == "public.png") streamed = streamedPng(image);
+  if (!streamed) {
+    if (!image.checkDecode().ok()) return refused(image, type == "public.png" ? "PNG" : "JPEG");
+    return ImageCodec::encodeImageWithProperties(image, type, properties);
+  }
+  auto withMetadata = ImageMetadata::write(*streamed, properties);
   if (!withMetadata.ok()) return std::nullopt;
   return std::move(*withMetadata);
 }

@@ -61,17 +61,25 @@ Bitmap opaque(const Bitmap& rgb) {
 
 class PngSource final : public ImageSource {
  public:
-  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h, bool interlaced, std::shared_ptr<const Bytes> profile)
-      : bytes_(std::move(bytes)), w_(w), h_(h), interlaced_(interlaced), profile_(std::move(profile)) {}
+  PngSource(std::shared_ptr<const Bytes> bytes, int w, int h, bool interlaced, std::shared_ptr<const Bytes> profile,
+            std::uint64_t maxBytes)
+      : bytes_(std::move(bytes)), w_(w), h_(h), interlaced_(interlaced), profile_(std::move(profile)), maxBytes_(maxBytes) {}
   int width() const override { return w_; }
   int height() const override { return h_; }
   std::string typeName() const override { return "png"; }
   std::shared_ptr<const Bytes> iccProfile() const override { return profile_; }
   std::shared_ptr<const Bytes> encodedBytes() const override { return bytes_; }
-  // The header was checked against the limits, and PNG decodes at one size only.
-  Status checkDecode(int, int) const override { return Status::okStatus(); }
+  // PNG decodes at one size only: the whole RGBA bitmap against the budget.
+  Status checkDecode(int, int) const override {
+    const std::uint64_t bytes = static_cast<std::uint64_t>(w_) * static_cast<std::uint64_t>(h_) * 4;
+    if (bytes <= maxBytes_) return Status::okStatus();
+    return Status::resourceExhausted("cannot decode " + std::to_string(w_) + "x" + std::to_string(h_) +
+                                     " as one bitmap: " + std::to_string(bytes >> 20) + " MiB of pixels, more than the " +
+                                     std::to_string(maxBytes_ >> 20) + " MiB one decode may hold");
+  }
 
   StatusOr<Bitmap> decode(int, int) const override {
+    RETURN_IF_ERROR(checkDecode(0, 0));
     SpngContext ctx = decoder(*bytes_);
     if (!ctx) return Status::internal("cannot start a PNG decoder");
     size_t size = 0;
@@ -90,6 +98,9 @@ class PngSource final : public ImageSource {
   StatusOr<Bitmap> decodeResized(int minWidth, int minHeight, int width, int height) const override {
     if (interlaced_ || width <= 0 || height <= 0 || height >= h_)
       return ImageSource::decodeResized(minWidth, minHeight, width, height);
+    // Only the output is whole here.
+    if (static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) * 4 > maxBytes_)
+      return Status::resourceExhausted("cannot decode: the resized bitmap exceeds the memory budget");
     SpngContext ctx = decoder(*bytes_);
     if (!ctx) return Status::internal("cannot start a PNG decoder");
     // 8-bit RGB rows come out as stored (a copy, not a per-pixel conversion)
@@ -140,6 +151,7 @@ class PngSource final : public ImageSource {
   int w_, h_;
   bool interlaced_;
   std::shared_ptr<const Bytes> profile_;
+  std::uint64_t maxBytes_;
 };
 
 }  // namespace
@@ -159,15 +171,14 @@ StatusOr<std::shared_ptr<const ImageSource>> PngCodec::source(std::shared_ptr<co
     return Status::dataLoss(std::string("cannot decode PNG header: ") + spng_strerror(rc));
   const std::uint64_t pixels = static_cast<std::uint64_t>(ihdr.width) * ihdr.height;
   if (ihdr.width == 0 || ihdr.height == 0) return Status::dataLoss("cannot decode PNG: empty image");
-  if (pixels > limits.maxPixels || ihdr.width > 0x7FFFFFFF || ihdr.height > 0x7FFFFFFF)
+  if (pixels > limits.maxHeaderPixels || ihdr.width > 0x7FFFFFFF || ihdr.height > 0x7FFFFFFF)
     return Status::resourceExhausted("cannot decode: " + std::to_string(ihdr.width) + "x" +
                                      std::to_string(ihdr.height) + " exceeds the pixel limit of " +
-                                     std::to_string(limits.maxPixels));
-  if (pixels * 4 > limits.maxBytes) return Status::resourceExhausted("cannot decode: image exceeds the memory budget");
+                                     std::to_string(limits.maxHeaderPixels));
   auto profile = readProfile(ctx.get());
   return std::shared_ptr<const ImageSource>(std::make_shared<PngSource>(
       std::move(bytes), static_cast<int>(ihdr.width), static_cast<int>(ihdr.height), ihdr.interlace_method != 0,
-      std::move(profile)));
+      std::move(profile), limits.maxBytes));
 }
 
 StatusOr<Bytes> PngCodec::encode(const Bitmap& bitmap) {

@@ -16,7 +16,7 @@ namespace velqor {
 // Threads: any.
 class JpegReencoder {
  public:
-  enum class Road { coefficients, scanlines };
+  enum class Road { coefficients, scanlines, permutedScanlines };
   struct Reencoded {
     Bytes bytes;
     Road road;

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "host/StatusOr.h"
+#include "host/UniqueFunction.h"
+#include "host/Value.h"
+#include "imaging/RowStream.h"
+
+namespace velqor {
+
+// Encodes a RowStream as a PNG, row by row as a RowPump hands them over, with
+// the settings of PngCodec::encode (deflate level 1, Paeth filter) and the ICC
+// profile as an iCCP chunk. Grey, RGB and RGBA rows are written as they are;
+// YCbCr rows are refused.
+//
+// Threads: any; each call makes its own encoder and one reading thread.
+class PngRowEncoder {
+ public:
+  // Receives the file's bytes in order; returns false to stop (a write failed).
+  using Sink = UniqueFunction<bool(const std::uint8_t*, size_t)>;
+  static Status encode(RowStream& rows, const std::shared_ptr<const Bytes>& iccProfile, Sink sink);
+  // The same into memory.
+  static StatusOr<Bytes> encode(RowStream& rows, const std::shared_ptr<const Bytes>& iccProfile);
+};
+
+}  // namespace velqor

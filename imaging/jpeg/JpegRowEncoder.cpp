@@ -1,0 +1,64 @@
+#include "imaging/jpeg/JpegRowEncoder.h"
+
+#include <memory>
+
+#include "imaging/RowPump.h"
+#include "imaging/jpeg/JpegCompression.h"
+#include "imaging/jpeg/JpegEncoder.h"
+
+namespace velqor {
+namespace {
+
+constexpr int kStripRows = 16;  // one 4:2:0 MCU row
+
+// Each function below holds its own setjmp frame with only trivial locals, so
+// a libjpeg error jumps back over no destructor.
+
+bool startEncoding(JpegCompression& c, const RowStream& rows, const JpegReencodeRequest& r, size_t expectedBytes) {
+  if (setjmp(c.errors.jump)) return false;
+  c.open(expectedBytes);
+  c.info.image_width = static_cast<JDIMENSION>(rows.width());
+  c.info.image_height = static_cast<JDIMENSION>(rows.height());
+  c.info.input_components = rows.channels();
+  c.info.in_color_space = rows.layout() == RowStream::Layout::grey    ? JCS_GRAYSCALE
+                          : rows.layout() == RowStream::Layout::ycbcr ? JCS_YCbCr
+                          : rows.layout() == RowStream::Layout::rgba  ? JCS_EXT_RGBA
+                                                                      : JCS_RGB;
+  JpegEncoder::configure(c.info, r.quality, !r.exifApp1.empty());
+  jpeg_start_compress(&c.info, TRUE);
+  JpegEncoder::writeMarkers(c.info, r.exifApp1, r.iccProfile.get());
+  return true;
+}
+
+bool writeLines(JpegCompression& c, const std::uint8_t* strip, int rows, size_t stride) {
+  if (setjmp(c.errors.jump)) return false;
+  JSAMPROW pointers[kStripRows];
+  for (int i = 0; i < rows; ++i) pointers[i] = const_cast<JSAMPROW>(strip + stride * static_cast<size_t>(i));
+  jpeg_write_scanlines(&c.info, pointers, static_cast<JDIMENSION>(rows));
+  return true;
+}
+
+bool finishEncoding(JpegCompression& c) {
+  if (setjmp(c.errors.jump)) return false;
+  jpeg_finish_compress(&c.info);
+  return true;
+}
+
+}  // namespace
+
+StatusOr<Bytes> JpegRowEncoder::encode(RowStream& rows, const JpegReencodeRequest& request, size_t expectedBytes) {
+  if (rows.width() <= 0 || rows.height() <= 0) return Status::invalidArgument("cannot encode an empty image");
+  if (request.exifApp1.size() > 65533) return Status::invalidArgument("cannot encode JPEG: the EXIF block is too large");
+  auto c = std::make_unique<JpegCompression>();
+  if (!startEncoding(*c, rows, request, expectedBytes)) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  const size_t stride = rows.stride();
+  JpegCompression& compression = *c;
+  RETURN_IF_ERROR(RowPump::run(
+      rows, kStripRows,
+      [&compression, stride](const std::uint8_t* strip, int n) { return writeLines(compression, strip, n, stride); },
+      Status::internal("cannot encode JPEG: " + std::string("the encoder stopped"))));
+  if (!finishEncoding(*c)) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  return std::move(c->out);
+}
+
+}  // namespace velqor
