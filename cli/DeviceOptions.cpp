@@ -117,8 +117,11 @@ void DeviceOptions::refuseMeaninglessCombinations() const {
 }
 
 std::optional<std::string> DeviceOptions::pickedIdentifier() const {
+  // Identifiers look like paths ("UUID/L0/001"), so a slash decides nothing:
+  // the session looks the name up in the library first and takes a regular
+  // file only when the library has no such asset.
   std::error_code ec;
-  if (pick_.empty() || std::filesystem::exists(pick_, ec)) return std::nullopt;
+  if (pick_.empty() || std::filesystem::is_regular_file(pick_, ec)) return std::nullopt;
   return pick_;
 }
 
@@ -126,7 +129,6 @@ DeviceConfig DeviceOptions::toConfig() const {
   refuseMeaninglessCombinations();
   if (!photo_.empty()) requireReadableFile("--photo", photo_);
   if (!video_.empty()) requireReadableFile("--video", video_);
-  if (!pick_.empty() && pick_.find('/') != std::string::npos) requireReadableFile("--pick", pick_);
   if (!bundle_.empty() && !std::filesystem::is_directory(bundle_))
     throw UsageError{"--bundle: no such directory \"" + bundle_ + "\""};
   DeviceConfig c;

@@ -37,8 +37,10 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   s->platform_ = std::make_shared<ThreadPool>(1, "platform");
   auto codec = std::make_shared<LinuxImageCodec>();
   if (config.pickerChoice && config.pickerChoice->kind == SimPickerChoice::Kind::pick &&
+      !s->library_->asset(config.pickerChoice->asset).ok() &&
       std::filesystem::is_regular_file(config.pickerChoice->asset)) {
-    // A file given as the asset to pick is imported into the library first.
+    // An asset of the library is picked as it is; otherwise a file given as
+    // the asset to pick is imported into the library first.
     ASSIGN_OR_RETURN(AssetRecord imported, s->library_->importFile(config.pickerChoice->asset));
     config.pickerChoice->asset = imported.localIdentifier;
   }
