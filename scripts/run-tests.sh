@@ -3,15 +3,16 @@
 # reason it printed (a GoogleTest skip's message, or the last lines a script
 # test wrote before exiting 77), so that nothing is skipped silently. Exits
 # with ctest's status; ctest's summary line is repeated last.
-# Usage: run-tests.sh BUILD_DIR [JOBS]
+# Usage: run-tests.sh BUILD_DIR [JOBS [CTEST_ARGS...]]  (e.g. -R cli_ to run part of the suite)
 set -uo pipefail
 build="${1:-build}"
 jobs="${2:-$(nproc)}"
+shift $(( $# < 2 ? $# : 2 ))
 cd "$build" || exit 2
 out=$(mktemp)
 trap 'rm -f "$out"' EXIT
 
-ctest --output-on-failure -j "$jobs" 2>&1 | tee "$out"
+ctest --output-on-failure -j "$jobs" "$@" 2>&1 | tee "$out"
 status=${PIPESTATUS[0]}
 
 # "  12 - Suite.Name (Skipped)" in the list of tests that did not run.
