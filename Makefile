@@ -1,9 +1,10 @@
-# Set-up and everyday targets. Each one installs what the build needs first.
+# Set-up and everyday targets. Each one installs what it needs first, and only that.
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
 .PHONY: deps configure build test demo bench bench-deps test-browser serve test-asan test-tsan fuzz-smoke soak mutants clean docs embed-check package
 
+# The packages the CLI, the library and the media module build with.
 deps:
 	bash scripts/install-deps.sh
 
@@ -13,10 +14,18 @@ configure: deps
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+# The test programs need packages of their own (GoogleTest, the gpsd daemon,
+# Node.js, Chromium, jq); every skipped test is listed with its reason at the end.
+test:
+	bash scripts/install-deps.sh --test
+	bash scripts/install-node-deps.sh
+	cmake -S . -B $(BUILD) -G Ninja -DVELQOR_BUILD_TESTS=ON
+	cmake --build $(BUILD) -j $(JOBS)
+	bash scripts/run-tests.sh $(BUILD) $(JOBS)
 
-demo: build
+# Only the program and the media module it loads for movies: no test program.
+demo: configure
+	cmake --build $(BUILD) -j $(JOBS) --target velqor-camera velqor_media
 	bash scripts/demo.sh $(BUILD)
 
 bench: build
@@ -78,8 +87,9 @@ docs:
 embed-check: build
 	bash scripts/embed-check.sh $(BUILD)
 
-# The Debian package: $(BUILD)/velqor-camera_*.deb.
+# The Debian package: $(BUILD)/velqor-camera_*.deb (cpack calls `file` and dpkg-shlibdeps).
 package: build
+	bash scripts/install-deps.sh --package
 	cd $(BUILD) && cpack -G DEB
 
 serve: build

@@ -92,7 +92,9 @@ void DeviceOptions::addTo(CLI::App& app, bool withUserActions) {
     app.add_option("--timeout", timeoutSeconds, "Seconds to wait for an answer (default 30)");
     app.add_option("--photo", photo_, "The user takes this photo with the camera");
     app.add_option("--video", video_, "The user records this movie with the camera");
-    app.add_option("--pick", pick_, "The user picks this library asset (a local identifier, or a file imported first)");
+    app.add_option("--pick", pick_,
+                   "The user picks this library asset: a local identifier (UUID/L0/001) when the library has it, "
+                   "else a file, imported first");
     app.add_option("--edit", edit_, "The user crops the picture to X,Y,W,H (upright pixels)");
     app.add_option("--location", locations_, "A location fix LAT,LON[,ALT][@2024-03-05T23:59:59.250Z]; repeat for more");
     app.add_flag("--no-fix", noFix_, "The location service never delivers a fix");
@@ -117,8 +119,11 @@ void DeviceOptions::refuseMeaninglessCombinations() const {
 }
 
 std::optional<std::string> DeviceOptions::pickedIdentifier() const {
+  // Identifiers look like paths ("UUID/L0/001"), so a slash decides nothing:
+  // the session looks the name up in the library first and takes a regular
+  // file only when the library has no such asset.
   std::error_code ec;
-  if (pick_.empty() || std::filesystem::exists(pick_, ec)) return std::nullopt;
+  if (pick_.empty() || std::filesystem::is_regular_file(pick_, ec)) return std::nullopt;
   return pick_;
 }
 
@@ -126,7 +131,6 @@ DeviceConfig DeviceOptions::toConfig() const {
   refuseMeaninglessCombinations();
   if (!photo_.empty()) requireReadableFile("--photo", photo_);
   if (!video_.empty()) requireReadableFile("--video", video_);
-  if (!pick_.empty() && pick_.find('/') != std::string::npos) requireReadableFile("--pick", pick_);
   if (!bundle_.empty() && !std::filesystem::is_directory(bundle_))
     throw UsageError{"--bundle: no such directory \"" + bundle_ + "\""};
   DeviceConfig c;

@@ -101,7 +101,14 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
       nlohmann::ordered_json j;
       j["size"] = {image->size().width, image->size().height};
       j["storedSize"] = {image->storedWidth(), image->storedHeight()};
-      j["orientation"] = image->imageOrientation();
+      // Two numberings exist for the same turn (EXIF's 1-8, the platform's
+      // 0-7), so neither is printed bare: the EXIF tag, and the platform's by name.
+      static constexpr const char* kOrientationNames[] = {"up", "down", "left", "right",
+                                                          "upMirrored", "downMirrored", "leftMirrored", "rightMirrored"};
+      const int orientation = image->imageOrientation();
+      j["exifOrientation"] = ImageOrientation::toExif(orientation);
+      j["imageOrientation"] =
+          orientation >= 0 && orientation < 8 ? kOrientationNames[orientation] : std::to_string(orientation);
       j["type"] = image->sourceTypeName();
       if (const auto& icc = image->iccProfile())
         j["iccProfile"] = {{"description", IccProfileBuilder::description(*icc)}, {"bytes", icc->size()}};

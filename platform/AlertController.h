@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,6 +19,18 @@ class AlertController final : public ViewController {
   static constexpr std::int64_t styleAlert = 1;
   static constexpr std::int64_t actionStyleDefault = 0;
   static constexpr std::int64_t actionStyleCancel = 1;
+  static constexpr std::int64_t actionStyleDestructive = 2;
+
+  // The action style as a screen shows it: "default", "cancel" or
+  // "destructive"; a value outside those three is named by its number.
+  static std::string actionStyleName(std::int64_t style) {
+    switch (style) {
+      case actionStyleDefault: return "default";
+      case actionStyleCancel: return "cancel";
+      case actionStyleDestructive: return "destructive";
+      default: return "style " + std::to_string(style);
+    }
+  }
 
   struct Action {
     std::string title;

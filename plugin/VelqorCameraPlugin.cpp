@@ -12,6 +12,17 @@
 namespace velqor {
 namespace {
 
+// The URL a host hands over as text. Text that parses as a URI reference is
+// that URL; anything else (a path with spaces, say) is a file path and becomes
+// its file URL, so the operation always answers a URL. A value that is not text
+// counts as the empty reference.
+Url hostArgumentAsUrl(const Value& argument) {
+  const std::string* text = argument.asString();
+  if (!text) return *Url::fromString("");
+  if (auto parsed = Url::fromString(*text)) return *parsed;
+  return Url::fileUrlWithPath(*text);
+}
+
 const char* const kNotALocationManager = "locationManager: only a location manager or none can be stored; the value was refused";
 
 }  // namespace
@@ -105,12 +116,8 @@ HostOperationTable VelqorCameraPlugin::operations() {
     return Value(TempFiles::tempFilePath(*core, ext ? *ext : std::string()));
   };
   table["urlTransformer:"] = [core](const HostCall& call) -> Value {
-    const Url* url = call.argument.asUrl();
-    std::optional<Url> parsed;
-    if (!url)
-      if (const std::string* s = call.argument.asString()) parsed = Url::fromString(*s);
-    if (!url && !parsed) return Value();
-    return Value(UrlTransformer::transform(*core, url ? *url : *parsed));
+    if (const Url* url = call.argument.asUrl()) return Value(UrlTransformer::transform(*core, *url));
+    return Value(UrlTransformer::transform(*core, hostArgumentAsUrl(call.argument)));
   };
   return table;
 }

@@ -35,9 +35,10 @@ Task<void> finishOnMain(std::weak_ptr<PluginCore> weak, std::shared_ptr<CameraPi
     auto building = core->ops().resultForImage(options, info);
     ResultPair pair = co_await std::move(building);
     co_await resumeOnMain(*core->services.mainQueue);
-    // A camera photograph waiting for its location fix is answered later; a
-    // failure has nothing to wait for and is answered now.
-    if (PictureOptions::useLocationService.load() && picker->sourceType() == SourceType::camera && !pair.status)
+    // A camera photograph with location requested is answered by the deferred
+    // delivery once a fix arrives: the pair is dropped unread, success or
+    // failure alike, and the capture state stays for that delivery.
+    if (PictureOptions::useLocationService.load() && picker->sourceType() == SourceType::camera)
       co_return;
     answer(*core, pair);
   } else {

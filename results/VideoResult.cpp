@@ -16,12 +16,10 @@ namespace {
 
 constexpr const char* kFailTakePicture = "Fail take picture";
 
-// Deletes the picker's movie. The picker leaves its movies in the temporary
-// directory; anything elsewhere is not the plug-in's to delete.
-std::optional<std::string> deletePickerMovie(PluginCore& core, const std::string& path) {
-  const std::string dir = TempFiles::standardizedDirectory(core) + "/";
-  if (path.compare(0, dir.size(), dir) != 0 || path.find("/../") != std::string::npos)
-    return FileErrors::removeFailed(path, EACCES);
+// Deletes the picker's movie wherever the picker left it: the movie is the
+// picker's own copy, never the user's original (the album keeps that).
+// unlink() removes a link itself, not what it points to.
+std::optional<std::string> deletePickerMovie(const std::string& path) {
   if (::unlink(path.c_str()) != 0) return FileErrors::removeFailed(path, errno);
   return std::nullopt;
 }
@@ -55,7 +53,7 @@ Task<ResultPair> VideoResult::resultForVideo(std::shared_ptr<PluginCore> core, s
       co_return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, exported.error().localizedDescription);
   }
 
-  if (auto failure = deletePickerMovie(*core, movie.path()))
+  if (auto failure = deletePickerMovie(movie.path()))
     co_return ResultPair::failure(CommandStatus::FAIL_TAKE_PICTURE, *failure);
 
   if (!options || !options->destinationType ||

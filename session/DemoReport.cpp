@@ -47,8 +47,13 @@ std::string alertCard(const json& e, const std::string& tapped) {
   std::ostringstream card;
   card << "<div class=\"screen-card alert\"><div class=\"card-title\">" << esc(text(e.value("title", json("")))) << "</div>"
        << "<div class=\"message\">" << esc(text(e.value("message", json("")))) << "</div><div class=\"alert-buttons\">";
-  for (const auto& b : e.value("buttons", json::array()))
-    card << "<span class=\"alert-button" << (text(b) == tapped ? " tapped" : "") << "\">" << esc(text(b)) << "</span>";
+  const json buttons = e.value("buttons", json::array());
+  const json styles = e.value("buttonStyles", json::array());
+  for (size_t i = 0; i < buttons.size(); ++i) {
+    const std::string style = i < styles.size() ? text(styles[i]) : "default";
+    card << "<span class=\"alert-button" << (text(buttons[i]) == tapped ? " tapped" : "") << "\" data-style=\""
+         << esc(style) << "\">" << esc(text(buttons[i])) << "</span>";
+  }
   card << "</div>";
   return card.str();
 }

@@ -41,8 +41,10 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   s->encodeNotes_ = std::make_shared<EncodeNotes>([self] { return self->host_ ? self->host_->answers()->size() : 0; });
   codec->setNotes(s->encodeNotes_);
   if (config.pickerChoice && config.pickerChoice->kind == SimPickerChoice::Kind::pick &&
+      !s->library_->asset(config.pickerChoice->asset).ok() &&
       std::filesystem::is_regular_file(config.pickerChoice->asset)) {
-    // A file given as the asset to pick is imported into the library first.
+    // An asset of the library is picked as it is; otherwise a file given as
+    // the asset to pick is imported into the library first.
     ASSIGN_OR_RETURN(AssetRecord imported, s->library_->importFile(config.pickerChoice->asset));
     config.pickerChoice->asset = imported.localIdentifier;
   }

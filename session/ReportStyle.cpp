@@ -38,6 +38,7 @@ h4 { margin: .2em 0 .4em; font-size: .95em; color: #4b5060; }
 .screen-card.alert .message { margin: .3em 0; }
 .alert-buttons { display: flex; gap: .4em; flex-wrap: wrap; }
 .alert-button { border: 1px solid #8a8f98; border-radius: 6px; padding: 0 .5em; }
+.alert-button[data-style="cancel"] { font-weight: 600; }
 .alert-button.tapped { background: #1d4f91; color: #fff; border-color: #1d4f91; }
 .card-end { margin-top: .4em; color: #1d4f91; }
 .timeline { font-size: .85em; color: #4b5060; }

@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                    {},
                    {"camera access denied", "taps “settings” on the alert", "class=\"screen-card alert\"",
                     "class=\"alert-button tapped\"", "first stays open (the settings page was opened",
-                    "→ tapped"},
+                    "→ tapped", "data-style=\"default\">Settings</span>", "data-style=\"default\">Cancel</span>"},
                    {"--tap"}},
         ReportCase{"PickerSetUp",
                    {"camera-video-file", "no-camera"},

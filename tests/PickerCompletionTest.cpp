@@ -4,6 +4,9 @@
 #include "capture/CameraPicker.h"
 #include "platform/PickerInfoKeys.h"
 
+#include <fstream>
+#include <optional>
+
 namespace velqor {
 namespace {
 
@@ -42,16 +45,65 @@ TEST_F(PickerFinish, AnswersOnlyAfterThePickerHasLeftTheScreen) {
   EXPECT_EQ(core().pickerController.load(), nullptr);
 }
 
-TEST_F(PickerFinish, ADeferredCameraPhotoKeepsItsStateEvenWhenTheBuilderFails) {
-  auto picker = presented("[50, 1, 1, null, null, 0, 0, false, false, false, null, false, true]");
+// A camera photo with location requested waits for its fix whatever the image
+// builder made of it; the same photo without location is answered at once,
+// which shows what the builder produced.
+struct DeferralCase {
+  const char* name;
+  const char* args;
+  bool withPixels;       // false: an image without pixels, the builder makes nothing
+  bool unusableLibrary;  // the library folder is a plain file: saving fails with a status
+  std::optional<CommandStatus> answeredWith;  // absent: nothing answered, state kept
+};
+void PrintTo(const DeferralCase& c, std::ostream* os) { *os << c.name; }
+
+class PickerDeferral : public PickerFinish, public ::testing::WithParamInterface<DeferralCase> {
+ protected:
+  void customize(PlatformServices& s) override {
+    if (GetParam().unusableLibrary) {
+      const std::string blocker = dir_.path("library-is-a-file");
+      std::ofstream(blocker) << "not a folder";
+      library_ = SqlitePhotoLibrary::openLazily(blocker);
+    }
+    PickerFinish::customize(s);
+  }
+};
+
+TEST_P(PickerDeferral, DropsTheBuildersPairUnreadAndKeepsTheState) {
+  const auto& c = GetParam();
+  auto picker = presented(c.args);
   core()._hasPendingOperation.store(true);
-  // An image without pixels: the builder produces nothing, and still nothing is answered.
-  finish(picker, Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeImage)}});
-  runAll();
-  EXPECT_THAT(answersFor(), IsEmpty());
-  EXPECT_TRUE(core()._hasPendingOperation.load());
-  EXPECT_EQ(core().pickerController.load(), picker);
+  Dictionary info{{PickerInfoKey::mediaType, Value(kUTTypeImage)}};
+  if (c.withPixels)
+    info[PickerInfoKey::originalImage] =
+        Value(std::shared_ptr<PlatformObject>(PlatformImage::fromBitmap(testing::quadrants(8, 8))));
+  finish(picker, info);
+  runAllMedia();
+  auto answers = answersFor();
+  if (!c.answeredWith) {
+    EXPECT_THAT(answers, IsEmpty());
+    EXPECT_TRUE(core()._hasPendingOperation.load());
+    EXPECT_EQ(core().pickerController.load(), picker);
+  } else {
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0].status, *c.answeredWith);
+    EXPECT_FALSE(core()._hasPendingOperation.load());
+    EXPECT_EQ(core().pickerController.load(), nullptr);
+  }
 }
+
+constexpr const char* kCameraLibraryUriWithLocation = "[50, 2, 1, null, null, 0, 0, false, false, false, null, false, true]";
+constexpr const char* kCameraLibraryUriNoLocation = "[50, 2, 1, null, null, 0, 0, false, false, false, null, false, false]";
+constexpr const char* kCameraFileUriWithLocation = "[50, 1, 1, null, null, 0, 0, false, false, false, null, false, true]";
+
+INSTANTIATE_TEST_SUITE_P(
+    Pairs, PickerDeferral,
+    ::testing::Values(
+        DeferralCase{"emptyPairIsDeferred", kCameraFileUriWithLocation, false, false, std::nullopt},
+        DeferralCase{"failingPairIsDeferred", kCameraLibraryUriWithLocation, true, true, std::nullopt},
+        DeferralCase{"failingPairWithoutLocationIsAnswered", kCameraLibraryUriNoLocation, true, true,
+                     CommandStatus::UNABLE_FILE_WRITE}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // A picker the plug-in must not act on: a plain platform picker on the screen
 // (not the plug-in's own), or the plug-in's picker that is not on the screen.

@@ -147,6 +147,35 @@ TEST_F(MovieHarness, DataUrlDecodesToTheMp4AndNativeUriFailsAfterExporting) {
   EXPECT_EQ(mp4s, 2u);  // the native road's output stays
 }
 
+// A picker that keeps its movie outside the temporary directory: the movie is
+// still the picker's, so it is deleted there and the capture succeeds.
+TEST_F(MovieHarness, APickerMovieOutsideTheTemporaryDirectoryIsDeletedWhereItLies) {
+  const std::string elsewhere = dir_.path("picker-cache");
+  std::filesystem::create_directories(elsewhere);
+  std::string movie;
+  SimPickerChoice choice;
+  choice.kind = SimPickerChoice::Kind::video;
+  choice.file = recordMovie(movieShape(true, true));
+  auto s = device_->state();
+  s.pickerChoice = SimDeviceState::PickerChoice::finish;
+  s.makePickerInfo = [&, choice](const ImagePickerController&) -> StatusOr<Dictionary> {
+    auto info = SimPickerMedia::info(choice, *codec_, library_.get(), elsewhere);
+    if (info.ok()) movie = find(*info, PickerInfoKey::mediaURL)->asUrl()->path();
+    return info;
+  };
+  device_->setState(s);
+  takePicture("[50, 1, 1, null, null, 0, 1]");
+  runAllMedia();
+  auto answers = answersFor();
+  ASSERT_EQ(answers.size(), 1u);
+  ASSERT_EQ(answers[0].status, CommandStatus::OK) << answers[0].toJsonLine();
+  ASSERT_THAT(movie, StartsWith(elsewhere + "/"));
+  EXPECT_FALSE(std::filesystem::exists(movie)) << "the picker's movie is deleted where the picker left it";
+  const std::string output = Url::fromString(*find(payloadOf(answers[0]), "callbackURI")->asString())->path();
+  EXPECT_EQ(packetsByCodec(output), packetsByCodec(choice.file));
+  EXPECT_TRUE(std::filesystem::exists(choice.file)) << "the user's own file stays";
+}
+
 struct HostileMovie {
   const char* name;
   std::function<Bytes()> bytes;
@@ -246,7 +275,7 @@ class ScriptedExport final : public MediaExport {
 
 struct VideoFailure {
   const char* name;
-  enum Media { none, pickerMovie, usersOwnMovie } media;
+  enum Media { none, pickerMovie, vanishedMovie } media;
   std::optional<std::int64_t> exportEnds;  // none: the real export
   const char* message;
   bool movieLeft;
@@ -280,11 +309,12 @@ TEST_P(VideoFailures, AnswerFailTakePictureWithTheirText) {
       return info;
     };
   } else {
-    movie = recorded;  // a movie the plug-in does not own: never deleted
+    // vanishedMovie: the picker names a movie that is gone by the time it is deleted.
+    movie = c.media == VideoFailure::none ? recorded : dir_.path("picker/vanished.mov");
     const Dictionary info = c.media == VideoFailure::none
                                 ? Dictionary{}
                                 : Dictionary{{PickerInfoKey::mediaType, Value(kUTTypeMovie)},
-                                             {PickerInfoKey::mediaURL, Value(Url::fileUrlWithPath(recorded))}};
+                                             {PickerInfoKey::mediaURL, Value(Url::fileUrlWithPath(movie))}};
     s.makePickerInfo = [info](const ImagePickerController&) -> StatusOr<Dictionary> { return info; };
   }
   device_->setState(s);
@@ -302,9 +332,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         VideoFailure{"noMediaUrl", VideoFailure::none, std::nullopt, "Fail take picture", true},
         VideoFailure{"exportCancelled", VideoFailure::pickerMovie, ExportSession::cancelled, "Export cancelled", true},
-        VideoFailure{"movieCannotBeDeleted", VideoFailure::usersOwnMovie, std::nullopt,
-                     "\u201Crecorded.mov\u201D couldn\u2019t be removed because you don\u2019t have permission to access it.",
-                     true},
+        VideoFailure{"movieCannotBeDeleted", VideoFailure::vanishedMovie, ExportSession::completed,
+                     "\u201Cvanished.mov\u201D couldn\u2019t be removed because it doesn\u2019t exist.", false},
         VideoFailure{"exportWroteNothing", VideoFailure::pickerMovie, ExportSession::completed, "Fail take picture",
                      false}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -28,8 +28,13 @@ nlohmann::ordered_json SimDevice::describe(const ViewController& vc) {
     e["message"] = alert->message();
     e["style"] = alert->preferredStyle();
     auto buttons = nlohmann::ordered_json::array();
-    for (const auto& a : alert->actions()) buttons.push_back(a.title);
+    auto styles = nlohmann::ordered_json::array();
+    for (const auto& a : alert->actions()) {
+      buttons.push_back(a.title);
+      styles.push_back(AlertController::actionStyleName(a.style));
+    }
     e["buttons"] = buttons;
+    e["buttonStyles"] = styles;  // one per button, in the same order
   } else {
     e["event"] = "presented";
     e["kind"] = vc.kindName();

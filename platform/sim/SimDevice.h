@@ -74,7 +74,8 @@ class SimDevice final : public Screen,
   std::optional<std::string> pickerRefusal() const;
 
   // A screen as the user sees it: a picker's configuration or an alert's
-  // title, message and buttons, under an "event" key naming it.
+  // title, message, buttons and their action styles ("buttonStyles":
+  // "default"/"cancel", one per button), under an "event" key naming it.
   static nlohmann::ordered_json describe(const ViewController& vc);
 
   // What is on the screen now, topmost last.

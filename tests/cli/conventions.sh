@@ -69,7 +69,7 @@ expect missing-photo 2 '--photo: no such file ".*/absent.jpg"' -- take-picture -
 expect missing-video 2 '--video: no such file' -- take-picture --video "$work/absent.mov" "${T[@]}"
 expect photo-is-folder 2 '--photo: ".*" is not a file' -- take-picture --photo "$work" "${T[@]}"
 expect unknown-asset 2 '--pick: "no-such-asset" is neither a file nor an asset' -- take-picture --pick no-such-asset "${T[@]}"
-expect missing-pick-file 2 '--pick: no such file' -- take-picture --pick "$work/absent.jpg" "${T[@]}"
+expect missing-pick-file 2 "--pick: \"$work/absent.jpg\" is neither a file nor an asset" -- take-picture --pick "$work/absent.jpg" "${T[@]}"
 expect missing-image 2 'no such file' -- image-info "$work/absent.jpg"
 expect undecodable-image 2 'text.jpg: ' -- image-info "$work/text.jpg"
 expect metadata-of-movie 2 'movie.mov: ' -- metadata "$work/movie.mov"

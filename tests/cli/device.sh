@@ -57,6 +57,8 @@ grep -q '"status"' "$work/out"; check refused-no-answer 1 $?
 photo=$("$bin" take-picture --args '[50, 1, 1]' --photo "$work/portrait.jpg" --library "$work/lib" --temp-dir "$work/photos" 2>/dev/null \
   | answer | sed 's/.*"callbackURI":"\([^"]*\)".*/\1/')
 check portrait-orientation '"Orientation":6' "$("$bin" metadata "$photo" | tr -d ' \n' | grep -o '"Orientation":[0-9]*' | head -1)"
+check portrait-info-orientation '"exifOrientation":6,"imageOrientation":"right"' \
+  "$("$bin" image-info "$photo" | grep -o '"exifOrientation":[0-9]*,"imageOrientation":"[a-zA-Z]*"')"
 check portrait-stored-size '"storedSize":[640,480]' "$("$bin" image-info "$photo" | grep -o '"storedSize":\[[0-9,]*\]')"
 
 # Files.
@@ -67,6 +69,24 @@ ln -s "$work/outside/keep" "$work/tmp/link" && touch "$work/tmp/velqor_photo_1.j
 check cleanup '{"keepCallback":false,"payload":null,"status":"OK"}' "$("$bin" cleanup "${T[@]}")"
 check cleanup-left-outside keep "$(cat "$work/outside/keep")"
 check cleanup-emptied "" "$(ls -A "$work/tmp")"
+
+# Picking by the library's identifier (UUID/L0/001), the form `library list` prints; a file is
+# imported first; a name that is neither is refused with both readings named.
+id=$("$bin" library add "$work/portrait.jpg" --library "$work/picklib" | sed -n 's/.*"identifier":"\([^"]*\)".*/\1/p')
+case "$id" in */L0/001) check pick-id-form ok ok ;; *) check pick-id-form "UUID/L0/001" "$id" ;; esac
+check pick-by-identifier '"status":"OK"' "$("$bin" take-picture --args '[50, 1, 0]' --pick "$id" --library "$work/picklib" \
+  "${T[@]}" 2>"$work/err" | answer | grep -o '"status":"OK"')"
+check pick-by-identifier-kept-one 1 "$("$bin" library list --library "$work/picklib" | grep -c identifier)"
+# A file that happens to lie at the identifier's path does not shadow the asset.
+mkdir -p "$work/cwd/${id%/*}" && cp "$work/portrait.jpg" "$work/cwd/$id"
+(cd "$work/cwd" && "$bin" take-picture --args '[50, 1, 0]' --pick "$id" --library "$work/picklib" "${T[@]}" >/dev/null 2>&1)
+check pick-identifier-before-file 1 "$("$bin" library list --library "$work/picklib" | grep -c identifier)"
+check pick-by-file '"status":"OK"' "$("$bin" take-picture --args '[50, 1, 0]' --pick "$work/portrait.jpg" --library "$work/picklib" \
+  "${T[@]}" 2>/dev/null | answer | grep -o '"status":"OK"')"
+check pick-by-file-imported 2 "$("$bin" library list --library "$work/picklib" | grep -c identifier)"
+"$bin" take-picture --args '[50, 1, 0]' --pick "${id%%/*}0/L0/001" --library "$work/picklib" "${T[@]}" >/dev/null 2>"$work/err"
+check pick-neither-exit 2 $?
+grep -q 'is neither a file nor an asset of the library' "$work/err"; check pick-neither-message 0 $?
 
 # Folder choices that would lose someone's files, on a scratch tree and links to it.
 mkdir -p "$work/project/src" && echo code > "$work/project/src/main.cpp" && echo notes > "$work/project/notes.txt"
