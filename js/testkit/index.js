@@ -105,6 +105,7 @@ export async function startHost({app, device, temporaryDirectory, library, binar
     throw e;
   }
   const failures = [];
+  const files = new Files(origin, bin, lib);
   const host = {
     url: origin + '/',
     origin,
@@ -112,9 +113,9 @@ export async function startHost({app, device, temporaryDirectory, library, binar
     pid: child.pid,
     temporaryDirectory: tmp,
     library: lib,
-    device: new Device(origin, state, failures),
+    device: new Device(origin, state, failures, files),
     answers: new Answers(origin, state, failures),
-    files: new Files(origin),
+    files,
     // The host's log so far (its standard error), for a failure message.
     log: () => output,
     stop: async () => {

@@ -8,11 +8,9 @@
 // out (or refused by the host). A test need not await queued actions: a
 // refusal is also reported by the next `answers.next()`.
 import {existsSync, readFileSync} from 'node:fs';
-import {basename, extname} from 'node:path';
+import {basename} from 'node:path';
 import {postForm, postJson} from './http.js';
 import {screenOf} from './screen.js';
-
-const kVideoExtensions = new Set(['.mp4', '.mov', '.m4v', '.3gp']);
 
 const kTriggers = {
   picker: (s) => Boolean(screenOf(s).picker),
@@ -27,8 +25,9 @@ function fileChoice(file) {
 }
 
 export class Device {
-  constructor(origin, state, failures) {
+  constructor(origin, state, failures, files) {
     this.origin_ = origin;
+    this.files_ = files;
     this.state_ = state;
     this.failures_ = failures;
     this.queues_ = {picker: [], alert: [], location: []};
@@ -48,13 +47,16 @@ export class Device {
   }
 
   // An asset of the library (its localIdentifier, or an asset from
-  // `files.library()`), or a file the user picks from the library screen.
+  // `files.library()`), or a file: imported into the library when the picker
+  // shows, then picked.
   pickFromLibrary(assetOrFile) {
     const id = typeof assetOrFile === 'object' && assetOrFile ? assetOrFile.localIdentifier : assetOrFile;
     if (typeof id !== 'string' || !id) throw new Error('pickFromLibrary needs an asset, its localIdentifier or a file');
     if (existsSync(id)) {
-      const kind = kVideoExtensions.has(extname(id).toLowerCase()) ? 'video' : 'photo';
-      return this.enqueue_('picker', `a picker for the library file ${id}`, () => this.upload_(kind, id));
+      return this.enqueue_('picker', `a picker for the library file ${id}`, async () => {
+        const asset = await this.files_.addToLibrary(id);
+        return postJson(this.origin_, '/api/picker/pick', {asset: asset.localIdentifier, ...this.takeEdit_()});
+      });
     }
     return this.enqueue_('picker', `a picker for the asset ${id}`, () =>
       postJson(this.origin_, '/api/picker/pick', {asset: id, ...this.takeEdit_()}));

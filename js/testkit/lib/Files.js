@@ -1,11 +1,32 @@
 // Reads back what answers point at. The host serves its temporary directory
 // and its library below /files/, refusing anything outside them, so the kit
 // reads through the host rather than the disk.
+import {execFile} from 'node:child_process';
 import {request, getJson} from './http.js';
 
 export class Files {
-  constructor(origin) {
+  constructor(origin, binary, library) {
     this.origin_ = origin;
+    this.binary_ = binary;
+    this.library_ = library;
+  }
+
+  // Imports a photo or movie into the host's library, as if it had been
+  // there all along (`velqor-camera library add`); resolves with the new
+  // asset ({localIdentifier, referenceUrl, ...}).
+  addToLibrary(file) {
+    return new Promise((resolve, reject) => {
+      execFile(this.binary_, ['library', '--library', this.library_, 'add', file], {encoding: 'utf8'}, (e, stdout, stderr) => {
+        if (e) { reject(new Error(`cannot add ${file} to the library: ${stderr.trim() || e.message}`)); return; }
+        try {
+          const added = JSON.parse(stdout.trim().split('\n').pop());
+          resolve({...added, localIdentifier: added.localIdentifier ?? added.identifier,
+                   referenceUrl: added.referenceUrl ?? added.referenceURL});
+        } catch (parse) {
+          reject(new Error(`library add printed no asset: ${stdout}`));
+        }
+      });
+    });
   }
 
   // The bytes a file URI answer points at: the host's http://…/files/… URL,

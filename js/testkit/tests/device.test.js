@@ -23,6 +23,13 @@ const flows = [
      assert.equal(a.status, 'OK');
      assert.deepEqual(jpegSize(await host.files.read(a.payload.callbackURI ?? a.payload)), {width: 320, height: 240});
    }},
+  {name: 'a library file picked and cropped', args: [50, FILE_URI, LIBRARY, null, null, 0, 0, true],
+   script: (d) => { d.pickFromLibrary(portrait); return d.crop({x: 0, y: 0, width: 400, height: 300}); },
+   check: async (host, a) => {
+     assert.equal(a.status, 'OK');
+     assert.deepEqual(jpegSize(await host.files.read(a.payload.callbackURI)), {width: 400, height: 300});
+     assert.equal((await host.files.library()).length, 1);
+   }},
   {name: 'a data URL photo', args: [30, DATA_URL, CAMERA, 200, 200],
    script: (d) => d.nextPhoto(portrait),
    check: async (host, a) => {
