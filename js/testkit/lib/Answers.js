@@ -40,6 +40,14 @@ export class Answers {
     return this.state_.summary.open ?? [];
   }
 
+  // Resolves with the open commands once one is open for a reason matching
+  // `pattern` (a RegExp or text; any reason when omitted).
+  untilOpen(pattern, {timeout = 10_000} = {}) {
+    const matches = (reason) => (pattern === undefined ? true : pattern instanceof RegExp ? pattern.test(reason) : reason.includes(pattern));
+    return this.state_.until((s) => ((s.open ?? []).some((o) => matches(o.reason)) ? s.open : null),
+                             {timeout, what: `a command open for ${pattern ?? 'any reason'}`});
+  }
+
   async withPayload_(a) {
     const answer = {callbackId: a.callbackId, status: a.status, keepCallback: Boolean(a.keepCallback)};
     if ('payload' in a) answer.payload = a.payload;
