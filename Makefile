@@ -14,6 +14,7 @@ build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 test: build
+	bash scripts/install-node-deps.sh
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 demo: build
