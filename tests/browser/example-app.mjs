@@ -35,6 +35,9 @@ const finish = async (code) => {
   rmSync(work, {recursive: true, force: true, maxRetries: 5});
   process.exit(code);
 };
+// However the test ends, the server goes with it.
+process.on('exit', () => server?.kill('SIGKILL'));
+process.on('unhandledRejection', (e) => { console.error('FAIL:', e?.stack || e); finish(1); });
 const deadline = setTimeout(() => { console.error('FAIL: the example app test took more than 240 s'); finish(1); }, 240_000);
 
 // A photo as a camera stores it: 1600 x 1200 pixels shown turned (EXIF orientation 6).
@@ -113,7 +116,7 @@ assert.equal((await status()).state, 'open');
 const alertButtons = await testid('velqor-alert-button').allTextContents();
 assert.deepEqual(alertButtons, ['Settings', 'Cancel'], 'the alert offers Settings, then Cancel');
 assert.match(await testid('velqor-alert-message').textContent(), /camera/i);
-await page.screenshot({path: join(outDir, 'example-app-alert.png')});
+await page.screenshot({path: join(outDir, 'example-app-alert.png'), animations: 'disabled'});
 
 // 2. Settings: the command stays open and the app says so; the user allows
 // the camera on the settings page.
@@ -139,7 +142,7 @@ await lastStep(() => testid('velqor-shutter').click());
 await testid('velqor-picker').waitFor({state: 'detached'});
 assert.deepEqual(await photoSize(), frame, 'the file URI photo has the camera frame size');
 assert.match(await page.locator('#photo').getAttribute('src'), /^http:\/\/.*\/files\/.*\.jpg$/);
-await page.screenshot({path: join(outDir, 'example-app-capture.png')});
+await page.screenshot({path: join(outDir, 'example-app-capture.png'), animations: 'disabled'});
 
 // 4. A data URL from a chosen file: the turned 1600 x 1200 photo comes upright
 // and fits 800 x 800.

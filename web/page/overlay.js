@@ -42,6 +42,7 @@ const CSS = `
   font-weight: 600; }
 .velqor-bar button { border: 0; background: none; color: #0a84ff; padding: 4px 0; font-size: 17px; }
 .velqor-dark .velqor-bar button { color: #fff; }
+.velqor-bar-end { width: 52px; }
 .velqor-body { flex: 1; overflow: auto; padding: 0 12px 12px; display: flex; flex-direction: column; gap: 12px; }
 .velqor-viewfinder { position: relative; flex: 1; min-height: 200px; background: #111; border-radius: 6px;
   overflow: hidden; display: flex; align-items: center; justify-content: center; }
@@ -73,6 +74,8 @@ const CSS = `
   pointer-events: auto; background: rgba(28,28,30,.92); color: #fff; border-radius: 12px; padding: 9px 14px;
   font-size: 13px; box-shadow: 0 4px 18px rgba(0,0,0,.3); }
 .velqor-open p { margin: 2px 0; }
+.velqor-open .velqor-open-close { float: right; margin: -4px -6px 0 8px; padding: 0 6px; background: none;
+  color: #aaa; font-size: 18px; line-height: 1; }
 .velqor-open button { margin-top: 6px; border: 0; border-radius: 8px; padding: 5px 10px; background: #0a84ff; color: #fff; }
 .velqor-error { color: #ff453a; font-size: 13px; text-align: center; margin: 0; }
 @keyframes velqor-fade { from { opacity: 0; } }
@@ -100,7 +103,10 @@ const layers = {};  // one element per kind of screen: alert, picker, settings, 
 
 function ensureRoot() {
   if (root) return;
-  document.head.append(el('style', {id: 'velqor-overlay-style', textContent: CSS}));
+  // A constructed style sheet: the host's content policy refuses inline <style> elements.
+  const sheet = new CSSStyleSheet();
+  sheet.replaceSync(CSS);
+  document.adoptedStyleSheets = [...document.adoptedStyleSheets, sheet];
   root = el('div', {id: 'velqor-overlay', testid: 'velqor-overlay'});
   for (const name of ['open', 'settings', 'picker', 'alert']) root.append(layers[name] = el('div'));
   document.body.append(root);
@@ -189,7 +195,7 @@ function drawPicker(p) {
     el('div', {class: 'velqor-bar'},
       el('button', {type: 'button', textContent: 'Cancel', testid: 'velqor-picker-cancel', onclick: cancelPicker}),
       el('span', {textContent: d.camera ? (d.video ? 'Video' : 'Photo') : 'Photos'}),
-      el('span', {style: 'width: 52px'})),
+      el('span', {class: 'velqor-bar-end'})),
     body);
   layers.picker.append(sheet);
   if (d.camera) drawCamera(body, status, d);
@@ -363,13 +369,16 @@ function drawOpen(open) {
   shownOpen = key;
   layers.open.replaceChildren();
   if (!open.length) return;
+  // The note stays until the user closes it or the open commands change.
+  const close = el('button', {type: 'button', class: 'velqor-open-close', textContent: '×', title: 'Hide',
+                              ariaLabel: 'Hide', onclick: () => layers.open.replaceChildren()});
   // Only the newest takePicture can still be answered; older ones were
   // replaced by it and are only counted.
   const takes = open.filter((o) => o.operation === 'takePicture');
   const newest = takes.length ? takes[takes.length - 1].command : null;
   const shown = open.filter((o) => o.operation !== 'takePicture' || o.command === newest);
   const replaced = new Set(takes.filter((o) => o.command !== newest).map((o) => o.command)).size;
-  const note = el('div', {class: 'velqor-open', role: 'status', testid: 'velqor-open'});
+  const note = el('div', {class: 'velqor-open', role: 'status', testid: 'velqor-open'}, close);
   if (replaced) note.append(el('p', {class: 'velqor-hint', testid: 'velqor-open-replaced',
     textContent: `${replaced} earlier takePicture ${replaced === 1 ? 'call was' : 'calls were'} replaced and will never be answered.`}));
   for (const o of shown) {
