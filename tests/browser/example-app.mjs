@@ -104,7 +104,9 @@ async function lastStep(act, settledState = 'ok') {
   const clickedAt = await page.evaluate(() => performance.now());
   await act();
   await page.waitForFunction((n) => window.velqorTiming.settled.length > n, before);
-  await waitStatus(settledState);
+  await page.waitForFunction(() => document.getElementById('status').dataset.state !== 'open');
+  const shown = await status();
+  assert.equal(shown.state, settledState, `the app shows ${JSON.stringify(shown)}`);
   const t = await page.evaluate(() => ({answer: window.velqorTiming.answers.at(-1), settled: window.velqorTiming.settled.at(-1)}));
   latencies.push({fromClick: t.settled - clickedAt, fromStream: t.settled - t.answer});
 }
