@@ -29,7 +29,8 @@ test.describe('camera access turned off, phone in French', () => {
     const {alert} = await host.device.whenShown('alert');
     expect(alert!.message).toMatch(/^L’accès à l’appareil photo est désactivé pour cette app/);
     expect(alert!.buttons.map((b) => b.title)).toEqual(['Réglages', 'Annuler']);
-    await expect(page.getByText(alert!.message)).toBeVisible();
+    // The phone's sheet over the app says the same.
+    await expect(page.getByText(alert!.message, {exact: true})).toBeVisible();
     await host.device.tapAlert('cancel');
     await expect(page.getByTestId('status-code')).toHaveText('NO_PERMISSION');
     await expect(page.getByTestId('status-message')).toHaveText('Not have permission to use the camera.');
