@@ -19,11 +19,12 @@ const cameraBin = process.argv[2] || process.env.VELQOR_CAMERA || join(root, 'bu
 const outDir = resolve(process.argv[3] || process.env.OUT_DIR || join(root, 'build'));
 const CHROMIUM = '/usr/bin/chromium';
 let chromium;
+// The project's set-up installs both; a test that quietly skipped would hide a broken set-up.
 try { ({chromium} = await import('playwright-core')); } catch {
-  console.log('SKIP: playwright-core is not installed (npm ci at the project root)');
-  process.exit(77);
+  console.error('FAIL: playwright-core is not installed (run scripts/install-node-deps.sh)');
+  process.exit(1);
 }
-if (!existsSync(CHROMIUM)) { console.log(`SKIP: no Chromium at ${CHROMIUM}`); process.exit(77); }
+if (!existsSync(CHROMIUM)) { console.error(`FAIL: no Chromium at ${CHROMIUM} (run scripts/install-node-deps.sh)`); process.exit(1); }
 
 const work = mkdtempSync(join(tmpdir(), 'velqor-example-'));
 mkdirSync(outDir, {recursive: true});
