@@ -12,6 +12,7 @@ install(DIRECTORY include/velqor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS velqor-camera RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY resources/Velqor.bundle DESTINATION ${velqorDataDir})
 install(DIRECTORY web/page/ DESTINATION ${velqorDataDir}/page)
+install(DIRECTORY web/api/ DESTINATION ${velqorDataDir}/api OPTIONAL)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_BINARY_DIR}/velqor-camera.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${CMAKE_BINARY_DIR}/velqor-camera.bash-completion

@@ -114,6 +114,12 @@ std::function<StatusOr<Dictionary>(const ImagePickerController&)> DeviceSession:
   };
 }
 
+void DeviceSession::setHasViewController(bool has) {
+  if (has == config_.viewController) return;
+  plugin_->setViewController(has ? device_->makeRootViewController() : nullptr);
+  config_.viewController = has;
+}
+
 std::vector<OpenReason> DeviceSession::openReasons(size_t eventsFrom) const {
   using Step = OpenReason::NextStep;
   std::vector<OpenReason> reasons = device_->waitingOn();

@@ -75,6 +75,12 @@ class DeviceSession {
   // The same, one line each with the command-line options that act.
   std::vector<std::string> whyOpen() const;
 
+  // Gives the plug-in a view controller to present on, or takes it away, as a
+  // host can at any time; commands started afterwards see the change.
+  // Main queue only.
+  void setHasViewController(bool has);
+  bool hasViewController() const { return config_.viewController; }
+
   // The strings bundle installed with the program (see ShippedData), if any.
   static std::optional<std::string> shippedBundle();
 
