@@ -195,7 +195,17 @@ await testid('velqor-picker-cancel').click();
 await waitStatus('refused');
 assert.deepEqual(await status(), {state: 'refused', code: 'NO_PERMISSION', message: 'no image selected'});
 
-// 9. Cleanup: the app's photos leave the temporary folder.
+// 9. A page opened late gets the whole state: every answer so far and the
+// command left open in step 2, explained over the app.
+const late = await context.newPage();
+await late.goto(origin + '/');
+await late.locator('[data-testid=velqor-open-item]').first().waitFor();
+const counts = (p) => p.evaluate(() => window.velqor.currentState().answerCount);
+assert.equal(await counts(late), await counts(page), 'the late page knows every answer');
+assert.match(await late.locator('[data-testid=velqor-open-item]').first().textContent(), /settings page/);
+await late.close();
+
+// 10. Cleanup: the app's photos leave the temporary folder.
 const photoUrl = await page.locator('#photo').getAttribute('src');
 await testid('cleanup').click();
 await waitStatus('ok');

@@ -351,7 +351,7 @@ function drawSettings(show) {
     el('div', {class: 'velqor-settings-buttons'},
       allow('camera', {cameraAccess: 'authorized'}), allow('photos', {libraryAccess: 'authorized'}),
       el('button', {type: 'button', textContent: 'Back to the app', testid: 'velqor-settings-back',
-                    onclick: () => drawSettings(false)})),
+                    onclick: () => { settingsPending = false; drawSettings(false); }})),
     state));
 }
 
@@ -404,19 +404,22 @@ function deliverBrowserFix(button) {
 
 let lastPicker = null;
 let drawn = false;
+let settingsPending = false;  // the phone went to Settings; shown once the alert has left
 
 function draw(message, state) {
   ensureRoot();
   const s = screenOf(state.screen);
   const open = state.open || [];
-  // A page that loads late hears of old visits to Settings too: the notice
-  // then only shows while a command is still open.
+  // The visit to Settings can arrive while its alert is still leaving the
+  // screen, so it waits for a clear screen. A page that loads late hears of
+  // old visits too: the notice then only shows while a command is still open.
   const opened = (message.events || []).some((e) => e.event === 'settingsOpened');
-  let settings = settingsShown;
-  if ((opened || (!drawn && s.settingsOpened)) && (drawn || open.length)) settings = true;
-  if (s.alert || s.picker) settings = false;
+  if (opened && (drawn || open.length)) settingsPending = true;
+  if (!drawn && s.settingsOpened && open.length) settingsPending = true;
+  const covered = !!(s.alert || s.picker);
+  if (covered && settingsShown) settingsPending = false;  // the app moved on: a new alert or picker
   drawn = true;
-  drawSettings(settings);
+  drawSettings(settingsPending && !covered);
   lastPicker = s.picker;
   drawPicker(s.picker);
   drawAlert(s.alert);
