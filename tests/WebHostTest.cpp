@@ -111,6 +111,7 @@ class WebHostTest : public ::testing::Test {
     config.temporaryDirectory = dir_.path("tmp");
     config.libraryDirectory = dir_.path("library");
     config.fileUrlPrefix = server_->origin() + "/files";
+    config.device.bundlePath = std::string(VELQOR_SOURCE_DIR) + "/resources/Velqor.bundle";
     auto session = DeviceSession::create(config);
     ASSERT_TRUE(session.ok()) << session.status().message();
     session_ = std::move(*session);
@@ -497,6 +498,19 @@ TEST_F(WebHostTest, AChangeReachesAConnectedStreamAndResumingNeitherLosesNorRepe
   server_->stop();
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_TRUE(testing::RawHttpClient::closedBy(stream.get(), std::chrono::seconds(1)));
+}
+
+TEST_F(WebHostTest, AnAlertIsShownInTheLanguagesTheDeviceIsSetTo) {
+  EXPECT_EQ(postJson("/api/device", R"({"languages":["fr",3]})")->status, 400);
+  auto set = postJson("/api/device", R"({"cameraAccess":"denied","languages":["fr-CA","en"]})");
+  ASSERT_EQ(set->status, 200) << set->body;
+  EXPECT_EQ(nlohmann::json::parse(set->body)["languages"], nlohmann::json({"fr-CA", "en"}));
+  ASSERT_EQ(postJson("/api/call", R"({"operation":"takePicture","args":[50,1,1]})")->status, 200);
+  session_->host().runUntilQuiescent(std::chrono::seconds(5));
+  auto state = send([](httplib::Client& c) { return c.Get("/api/state"); });
+  const auto alert = nlohmann::json::parse(state->body)["screen"]["alert"];
+  ASSERT_TRUE(alert.is_object()) << state->body;
+  EXPECT_EQ(alert["buttons"][1]["title"], "Annuler") << alert.dump();
 }
 
 TEST_F(WebHostTest, AnAnswersPayloadComesByItsOwnRouteWithItsLength) {

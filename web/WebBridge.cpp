@@ -251,7 +251,8 @@ nlohmann::json WebBridge::deviceSettings() const {
           {"cameraAnswer", st.cameraRequestGranted ? "granted" : "denied"},
           {"libraryAnswer", nameOf(accessStateNames(), st.libraryRequestAnswer)},
           {"sources", std::move(sources)},
-          {"hasViewController", session_.hasViewController()}};
+          {"hasViewController", session_.hasViewController()},
+          {"languages", session_.languages()}};
 }
 
 StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind, const std::string& name,
@@ -377,6 +378,7 @@ StatusOr<nlohmann::json> WebBridge::configureDevice(const nlohmann::json& reques
   RETURN_IF_ERROR(requireObject(request));
   auto st = session_.device().state();
   std::optional<bool> hasViewController;
+  std::optional<std::vector<std::string>> languages;
   for (const auto& [key, value] : request.items()) {
     if (key == "cameraAccess") {
       ASSIGN_OR_RETURN(st.cameraAccess, accessFrom(value, key));
@@ -396,6 +398,17 @@ StatusOr<nlohmann::json> WebBridge::configureDevice(const nlohmann::json& reques
           return Status::invalidArgument("sources: photoLibrary, camera or savedPhotosAlbum");
         st.availableSources.insert(it->second);
       }
+    } else if (key == "languages") {
+      // Language tags as a phone lists them: "fr", "pt-BR", "zh-Hant-TW".
+      const auto tag = [](const nlohmann::json& t) {
+        if (!t.is_string()) return false;
+        const auto& v = t.get_ref<const std::string&>();
+        return !v.empty() && v.size() <= 35 && std::isalpha(static_cast<unsigned char>(v[0])) &&
+               std::all_of(v.begin(), v.end(), [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_'; });
+      };
+      if (!value.is_array() || value.size() > 16 || !std::all_of(value.begin(), value.end(), tag))
+        return Status::invalidArgument("\"languages\" must be a list of up to 16 language tags, like [\"fr\", \"pt-BR\"]");
+      languages = value.get<std::vector<std::string>>();
     } else if (key == "hasViewController") {
       if (!value.is_boolean()) return Status::invalidArgument("\"hasViewController\" must be true or false");
       hasViewController = value.get<bool>();
@@ -405,6 +418,7 @@ StatusOr<nlohmann::json> WebBridge::configureDevice(const nlohmann::json& reques
   }
   session_.device().setState(std::move(st));
   if (hasViewController) session_.setHasViewController(*hasViewController);
+  if (languages) session_.setLanguages(std::move(*languages));
   return deviceSettings();
 }
 

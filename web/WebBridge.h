@@ -64,7 +64,8 @@ class WebBridge {
   // {"latitude": .., "longitude": .., "altitude": ..?, "timestamp": ISO-8601?}
   StatusOr<nlohmann::json> deliverFix(const nlohmann::json& request);
   // Any of {"cameraAccess", "libraryAccess", "cameraAnswer", "libraryAnswer",
-  // "sources": [...], "hasViewController": bool}; returns the device
+  // "sources": [...], "hasViewController": bool, "languages": [tags]};
+  // returns the device
   // settings after the change.
   StatusOr<nlohmann::json> configureDevice(const nlohmann::json& request);
   StatusOr<nlohmann::json> library() const;
