@@ -545,5 +545,74 @@ TEST_F(WebHostTest, AFixWithAMalformedTimestampIsRefused) {
   EXPECT_NE(bad->body.find("ISO-8601"), std::string::npos);
 }
 
+// ---- the request guard, each rule at its edge with every other one satisfied ----
+
+struct GuardCase {
+  std::string name;
+  std::function<void(RequestGuard::Head&)> change;  // applied to a head that passes every rule
+  int status;                                        // 0: passes
+};
+
+class RequestGuardEdges : public ::testing::TestWithParam<GuardCase> {};
+
+TEST_P(RequestGuardEdges, RefusesExactlyPastEachRule) {
+  const RequestGuard guard("127.0.0.1", 8080,
+                           RequestGuard::Limits{.maxJsonBytes = 100, .maxUploadBytes = 1000, .maxImageBytes = 500,
+                                                .maxHeaders = 10});
+  RequestGuard::Head head;
+  head.method = "POST";
+  head.path = "/api/call";
+  head.host = "127.0.0.1:8080";
+  head.customHeader = "1";
+  head.contentType = "application/json";
+  head.contentLength = 100;
+  head.headerCount = 10;
+  ASSERT_FALSE(guard.check(head)) << "the base head must pass";
+  GetParam().change(head);
+  const auto refusal = guard.check(head);
+  EXPECT_EQ(refusal ? refusal->status : 0, GetParam().status) << (refusal ? refusal->message : "passed");
+}
+
+using H = RequestGuard::Head;
+INSTANTIATE_TEST_SUITE_P(
+    Rules, RequestGuardEdges,
+    ::testing::Values(
+        GuardCase{"JsonAtItsLimit", [](H& h) { h.contentLength = 100; }, 0},
+        GuardCase{"JsonOnePastItsLimit", [](H& h) { h.contentLength = 101; }, 413},
+        GuardCase{"HeadersAtTheCount", [](H& h) { h.headerCount = 10; }, 0},
+        GuardCase{"HeadersOnePastTheCount", [](H& h) { h.headerCount = 11; }, 431},
+        GuardCase{"HostLocalhost", [](H& h) { h.host = "localhost:8080"; }, 0},
+        GuardCase{"HostIpv6Loopback", [](H& h) { h.host = "[::1]:8080"; }, 0},
+        GuardCase{"HostWithoutPort", [](H& h) { h.host = "127.0.0.1"; }, 403},
+        GuardCase{"HostOtherPort", [](H& h) { h.host = "127.0.0.1:8081"; }, 403},
+        GuardCase{"HostRebound", [](H& h) { h.host = "attacker.example:8080"; }, 403},
+        GuardCase{"HostMissing", [](H& h) { h.host.reset(); }, 403},
+        GuardCase{"OriginOwnAlone", [](H& h) { h.origin = "http://localhost:8080"; }, 0},
+        GuardCase{"OriginOtherAlone", [](H& h) { h.origin = "http://evil.example"; }, 403},
+        GuardCase{"OriginOtherPortAlone", [](H& h) { h.origin = "http://127.0.0.1:8081"; }, 403},
+        GuardCase{"OriginNullAlone", [](H& h) { h.origin = "null"; }, 403},
+        GuardCase{"FetchSiteSameOriginAlone", [](H& h) { h.fetchSite = "same-origin"; }, 0},
+        GuardCase{"FetchSiteSameSiteAlone", [](H& h) { h.fetchSite = "same-site"; }, 403},
+        GuardCase{"FetchSiteCrossSiteAlone", [](H& h) { h.fetchSite = "cross-site"; }, 403},
+        GuardCase{"CustomHeaderMissing", [](H& h) { h.customHeader.reset(); }, 403},
+        GuardCase{"CustomHeaderNotOne", [](H& h) { h.customHeader = "0"; }, 403},
+        GuardCase{"JsonAsText", [](H& h) { h.contentType = "text/plain"; }, 400},
+        GuardCase{"GetWithoutBody", [](H& h) { h.method = "GET"; h.path = "/api/state"; h.contentLength = 0; }, 0},
+        GuardCase{"GetWithOneByte", [](H& h) { h.method = "GET"; h.path = "/api/state"; h.contentLength = 1; }, 413},
+        GuardCase{"UnknownApiRoute", [](H& h) { h.method = "GET"; h.path = "/api/nothing"; h.contentLength.reset(); },
+                  404},
+        GuardCase{"MetadataNeedsNoCustomHeaderAtItsLimit",
+                  [](H& h) { h.path = "/api/metadata"; h.customHeader.reset(); h.contentType = "image/png"; h.contentLength = 500; },
+                  0},
+        GuardCase{"MetadataOnePastItsLimit",
+                  [](H& h) { h.path = "/api/metadata"; h.contentType = "image/png"; h.contentLength = 501; }, 413},
+        GuardCase{"UploadAtItsLimit",
+                  [](H& h) { h.path = "/api/picker/file"; h.contentType = "multipart/form-data; boundary=x"; h.contentLength = 1000; },
+                  0},
+        GuardCase{"UploadOnePastItsLimit",
+                  [](H& h) { h.path = "/api/picker/file"; h.contentType = "multipart/form-data; boundary=x"; h.contentLength = 1001; },
+                  413}),
+    [](const auto& info) { return info.param.name; });
+
 }  // namespace
 }  // namespace velqor
