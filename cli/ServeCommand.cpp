@@ -16,8 +16,8 @@ std::atomic<bool> stopRequested{false};
 
 void requestStop(int) { stopRequested = true; }
 
-// The page installed with the program, found as the strings bundle is.
-std::string shippedPage() { return ShippedData::find("page").value_or(std::string()); }
+// The control panel and the page API installed with the program, found as the strings bundle is.
+std::string shipped(const char* entry) { return ShippedData::find(entry).value_or(std::string()); }
 
 }  // namespace
 
@@ -27,11 +27,17 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
   auto* serve = app.add_subcommand("serve", "Serve the plug-in to a web page, with the simulated device in the page");
   serve->add_option("--port", web.port, "TCP port (default 8080; 0 picks a free one)");
   serve->add_option("--host", web.host, "Address to listen on (default 127.0.0.1, loopback only)");
-  serve->add_option("--page-dir", web.pageDirectory, "Directory holding index.html, app.js and style.css");
+  serve->add_option("--app", web.appDirectory,
+                    "Your app's folder, served at / (index.html first); it loads /velqor/host.js to reach the "
+                    "plug-in. Without it, / leads to the control panel at /velqor/")
+      ->check(CLI::ExistingDirectory);
+  serve->add_option("--page-dir", web.pageDirectory,
+                    "Directory of the control panel and host scripts served under /velqor/ (default: installed)");
   options.addTo(*serve, false);
   serve->callback([&chosen] {
     chosen.run = [] {
-      if (web.pageDirectory.empty()) web.pageDirectory = shippedPage();
+      if (web.pageDirectory.empty()) web.pageDirectory = shipped("page");
+      if (web.apiDirectory.empty()) web.apiDirectory = shipped("api");
       auto uploads = UploadsFolder::create(UploadsFolder::defaultBase());
       if (!uploads.ok()) throw UsageError{uploads.status().message()};
       web.uploadsDirectory = (*uploads)->path();
@@ -52,7 +58,8 @@ void registerServeCommand(CLI::App& app, Registration& chosen) {
       server.start(bridge, s.services().mainQueue, ContainedFiles({tmp, s.library().directory()}));
       std::signal(SIGINT, requestStop);
       std::signal(SIGTERM, requestStop);
-      Console::result("velqor-camera: serving " + server.origin() + "/ (temporary directory " + tmp + ", library " +
+      Console::result("velqor-camera: serving " + server.origin() + "/" +
+                      (web.appDirectory.empty() ? std::string() : " (app " + web.appDirectory + ")") + " (temporary directory " + tmp + ", library " +
                       s.library().directory() + "); Ctrl-C stops");
       auto& main = s.host().mainQueue();
       while (!stopRequested) {

@@ -12,6 +12,9 @@ install(DIRECTORY include/velqor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS velqor-camera RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY resources/Velqor.bundle DESTINATION ${velqorDataDir})
 install(DIRECTORY web/page/ DESTINATION ${velqorDataDir}/page)
+# The page API module and its declarations; its unit tests and typed example stay in the sources.
+install(DIRECTORY web/api/ DESTINATION ${velqorDataDir}/api OPTIONAL
+  FILES_MATCHING PATTERN "*.js" PATTERN "*.d.ts" PATTERN "test" EXCLUDE)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${CMAKE_BINARY_DIR}/velqor-camera.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${CMAKE_BINARY_DIR}/velqor-camera.bash-completion

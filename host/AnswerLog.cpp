@@ -61,6 +61,12 @@ std::vector<Answer> AnswerLog::answersFrom(size_t index) const {
   return {answers_.begin() + static_cast<std::ptrdiff_t>(skip), answers_.end()};
 }
 
+std::optional<Answer> AnswerLog::answerAt(size_t index) const {
+  std::lock_guard lock(mutex_);
+  if (index < dropped_ || index - dropped_ >= answers_.size()) return std::nullopt;
+  return answers_[index - dropped_];
+}
+
 size_t AnswerLog::answerCount(const std::string& callbackId) const {
   std::lock_guard lock(mutex_);
   const auto it = counts_.find(callbackId);

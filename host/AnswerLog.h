@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -37,6 +38,8 @@ class AnswerLog {
   // The kept answers whose arrival index (from 0) is `index` or later.
   std::vector<Answer> answersFrom(size_t index) const;
   std::vector<Answer> answersFor(const std::string& callbackId) const;
+  // The answer with arrival index `index`; none when it is not (or no longer) kept.
+  std::optional<Answer> answerAt(size_t index) const;
   // How many answers a command received, kept or not.
   size_t answerCount(const std::string& callbackId) const;
   // Answers that arrived after their command's final answer.

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "platform/LanguageSetting.h"
 
 namespace velqor {
 
@@ -13,6 +16,16 @@ struct UserLocale {
   std::vector<std::string> preferredLanguages;
   std::string icuLocale;  // for date formatting: "en_US", "ar_EG"
   std::string timeZone;   // an Olson id such as "Europe/Paris"
+  // Set by a host whose user may change languages while it runs; a list
+  // chosen there wins over preferredLanguages.
+  std::shared_ptr<LanguageSetting> changeable;
+
+  // The languages in effect, most preferred first.
+  std::vector<std::string> languages() const {
+    if (changeable)
+      if (auto chosen = changeable->get(); !chosen.empty()) return chosen;
+    return preferredLanguages;
+  }
 
   // Reads the preferred languages the way gettext does: every entry of the
   // LANGUAGE list in order, then the first of LC_ALL, LC_MESSAGES and LANG

@@ -10,7 +10,7 @@ std::string LocalizedStrings::getLocalizingString(const PluginCore& core, const 
   if (!path) return "";
   auto bundle = Bundle::open(*path);
   if (!bundle) return "";
-  return bundle->localizedString(key, core.services.locale.preferredLanguages);
+  return bundle->localizedString(key, core.services.locale.languages());
 }
 
 }  // namespace velqor

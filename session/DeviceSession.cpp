@@ -66,6 +66,7 @@ StatusOr<std::unique_ptr<DeviceSession>> DeviceSession::create(DeviceConfig conf
   p.clock = std::make_shared<SystemClock>();
   p.locale = UserLocale::fromEnvironment();
   if (!config.language.empty()) p.locale.preferredLanguages = UserLocale::languageList(config.language);
+  p.locale.changeable = s->languages_;
   s->device_->installInto(p);
   p.locationService = s->location_;
   if (config.gpsd) {
@@ -118,6 +119,16 @@ std::function<StatusOr<Dictionary>(const ImagePickerController&)> DeviceSession:
           dir = services_.temporaryDirectory->path()](const ImagePickerController&) {
     return SimPickerMedia::info(choice, *codec, library.get(), dir);
   };
+}
+
+void DeviceSession::setLanguages(std::vector<std::string> languages) { languages_->set(std::move(languages)); }
+
+std::vector<std::string> DeviceSession::languages() const { return services_.locale.languages(); }
+
+void DeviceSession::setHasViewController(bool has) {
+  if (has == config_.viewController) return;
+  plugin_->setViewController(has ? device_->makeRootViewController() : nullptr);
+  config_.viewController = has;
 }
 
 std::vector<OpenReason> DeviceSession::openReasons(size_t eventsFrom) const {

@@ -81,6 +81,16 @@ class DeviceSession {
   // The same, one line each with the command-line options that act.
   std::vector<std::string> whyOpen() const;
 
+  // Gives the plug-in a view controller to present on, or takes it away, as a
+  // host can at any time; commands started afterwards see the change.
+  // Main queue only.
+  void setHasViewController(bool has);
+  bool hasViewController() const { return config_.viewController; }
+  // The user changes their preferred languages (empty: back to the ones the
+  // session started with); prompts shown afterwards use them. Any thread.
+  void setLanguages(std::vector<std::string> languages);
+  std::vector<std::string> languages() const;
+
   // The strings bundle installed with the program (see ShippedData), if any.
   static std::optional<std::string> shippedBundle();
 
@@ -99,6 +109,7 @@ class DeviceSession {
   std::shared_ptr<LazyMediaExport> export_;
   std::shared_ptr<EncodeNotes> encodeNotes_;
   std::shared_ptr<Watchdog> watchdog_ = std::make_shared<Watchdog>();
+  std::shared_ptr<LanguageSetting> languages_ = std::make_shared<LanguageSetting>();
   PlatformServices services_;
   std::unique_ptr<VelqorCameraPlugin> plugin_;
   std::unique_ptr<HostRuntime> host_;

@@ -7,7 +7,8 @@
 namespace velqor {
 
 // Where the files installed with the program live: the strings bundle
-// (Velqor.bundle) and the web host's page (page/). Looked up, in order, in
+// (Velqor.bundle), the web host's control panel and host scripts (page/) and
+// the page API module (api/). Looked up, in order, in
 //   1. $VELQOR_CAMERA_DATA_DIR,
 //   2. the install layout around the program or library holding this code
 //      (<prefix>/bin or <prefix>/lib... next to <prefix>/share/velqor-camera),

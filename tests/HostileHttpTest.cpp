@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/linux/SampleImages.h"
 #include "tests/RawHttpClient.h"
 #include "tests/ServeProcess.h"
 #include "tests/TestDirectory.h"
@@ -175,12 +176,174 @@ INSTANTIATE_TEST_SUITE_P(
                                         f.host() + "\r\n");
                },
                {404}, 16},
+        Attack{"LengthWithChunked",
+               [](ServeFixture& f, int) {
+                 return sendText(f, "POST /api/device HTTP/1.1\r\n" + f.host() +
+                                        "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n"
+                                        "Content-Length: 4\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n");
+               },
+               {400}, 16},
+        Attack{"LargerLengthFirst",
+               [](ServeFixture& f, int) {
+                 return sendText(f, "POST /api/device HTTP/1.1\r\n" + f.host() +
+                                        "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n"
+                                        "Content-Length: 30\r\nContent-Length: 2\r\n\r\n{}");
+               },
+               {400}, 16},
+        Attack{"SmallerLengthFirst",
+               [](ServeFixture& f, int) {
+                 return sendText(f, "POST /api/device HTTP/1.1\r\n" + f.host() +
+                                        "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n"
+                                        "Content-Length: 2\r\nContent-Length: 30\r\n\r\n{}");
+               },
+               {400}, 16},
+        Attack{"GzipThenChunked",
+               [](ServeFixture& f, int) {
+                 return sendText(f, "POST /api/device HTTP/1.1\r\n" + f.host() +
+                                        "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n"
+                                        "Transfer-Encoding: gzip, chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n");
+               },
+               {400}, 16},
+        Attack{"ChunkSizePastSixtyFourBits",
+               [](ServeFixture& f, int) {
+                 return sendText(f, "POST /api/device HTTP/1.1\r\n" + f.host() +
+                                        "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n"
+                                        "Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\n{}");
+               },
+               {400, 413}, 16},
         Attack{"RebindingHostName",
                [](ServeFixture& f, int) {
                  return sendText(f, "GET /api/state HTTP/1.1\r\nHost: attacker.example\r\n\r\n");
                },
                {403}, 16}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// ---- framing: one refusal, the connection closed, nothing run ---------------
+
+struct Framing {
+  const char* name;
+  std::string fields;  // the framing header fields of a POST /api/device
+  std::string body;
+};
+void PrintTo(const Framing& c, std::ostream* os) { *os << c.name; }
+
+class AmbiguousFraming : public ServeFixture, public ::testing::WithParamInterface<Framing> {};
+
+TEST_P(AmbiguousFraming, IsRefusedAndTheConnectionClosedBeforeAnythingRuns) {
+  const Framing& c = GetParam();
+  UniqueFd fd = RawHttpClient::connectTo(server_->port());
+  // The call and a pipelined request behind it: neither may be served.
+  RawHttpClient::sendAll(fd.get(), "POST /api/device HTTP/1.1\r\n" + host() +
+                                       "Content-Type: application/json\r\nX-Velqor-Request: 1\r\n" + c.fields +
+                                       "\r\n" + c.body + "GET /api/state HTTP/1.1\r\n" + host() + "\r\n");
+  const timeval limit{5, 0};  // a connection left open fails the test instead of hanging it
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  std::string answers;
+  char buffer[8192];
+  for (ssize_t n; (n = ::recv(fd.get(), buffer, sizeof buffer, 0)) > 0;) answers.append(buffer, static_cast<size_t>(n));
+  const int status = RawHttpClient::status(answers);
+  // A chunk size past 64 bits is refused by the HTTP library itself, as too large.
+  EXPECT_TRUE(status == 400 || (status == 413 && std::string(c.name) == "ChunkSizePastSixtyFourBits")) << answers;
+  EXPECT_NE(answers.find("Connection: close"), std::string::npos) << answers;
+  EXPECT_EQ(answers.find("HTTP/1.1", 1), std::string::npos) << "the pipelined request was answered:\n" << answers;
+  const std::string state = exchange("GET /api/state HTTP/1.1\r\n" + host() + "\r\n");
+  EXPECT_NE(state.find("\"cameraAccess\":\"authorized\""), std::string::npos) << "the call ran";
+}
+
+const std::string kDenied = R"({"cameraAccess":"denied"})";
+std::string chunked(const std::string& body) {
+  char size[32];
+  std::snprintf(size, sizeof size, "%zx", body.size());
+  return size + std::string("\r\n") + body + "\r\n0\r\n\r\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fields, AmbiguousFraming,
+    ::testing::Values(
+        Framing{"LengthWithChunked", "Content-Length: 25\r\nTransfer-Encoding: chunked\r\n", chunked(kDenied)},
+        Framing{"ChunkedWithLength", "Transfer-Encoding: chunked\r\nContent-Length: 25\r\n", chunked(kDenied)},
+        Framing{"LargerLengthFirst", "Content-Length: 60\r\nContent-Length: 25\r\n", kDenied},
+        Framing{"SmallerLengthFirst", "Content-Length: 25\r\nContent-Length: 60\r\n", kDenied},
+        Framing{"GzipThenChunked", "Transfer-Encoding: gzip, chunked\r\n", chunked(kDenied)},
+        Framing{"ChunkSizePastSixtyFourBits", "Transfer-Encoding: chunked\r\n",
+                "fffffffffffffffff\r\n" + kDenied + "\r\n0\r\n\r\n"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// ---- answers to readers that never read --------------------------------------
+
+// Large data-URL answers, then 128 connections (the server's cap) from eight
+// addresses that ask for them, the summary and the event stream with a small
+// receive buffer and never read: the payload is held once, not per reader.
+TEST_F(ServeFixture, ReadersThatNeverReadCostTheirSocketsNotCopies) {
+  auto photo = SampleImages::cameraJpeg(3000, 2000, 1, 100);
+  ASSERT_TRUE(photo.ok());
+  const std::string bytes(photo->begin(), photo->end());
+  for (int i = 0; i < 2; ++i) {
+    exchange(post("/api/call", "application/json",
+                  R"({"operation":"takePicture","args":[100,0,1,null,null,0,0,false,false,false,null,false,false]})"));
+    std::string picked;
+    for (int tries = 0; tries < 200 && RawHttpClient::status(picked) != 200; ++tries) {
+      const std::string form = "--Bq7x\r\nContent-Disposition: form-data; name=\"kind\"\r\n\r\nphoto\r\n--Bq7x\r\n"
+                               "Content-Disposition: form-data; name=\"file\"; filename=\"p.jpg\"\r\n\r\n" +
+                               bytes + "\r\n--Bq7x--\r\n";
+      picked = exchange(post("/api/picker/file", "multipart/form-data; boundary=Bq7x", form), 20s);
+    }
+    ASSERT_EQ(RawHttpClient::status(picked), 200) << picked.substr(0, 300);
+    // The answer is pushed on the event stream when it comes.
+    const std::string count = "\"answerCount\":" + std::to_string(i + 1);
+    UniqueFd events = RawHttpClient::connectTo(server_->port());
+    RawHttpClient::sendAll(events.get(), "GET /api/events HTTP/1.1\r\n" + host() + "\r\n");
+    std::string pushed;
+    const auto end = std::chrono::steady_clock::now() + 60s;
+    while (pushed.find(count) == std::string::npos && std::chrono::steady_clock::now() < end) {
+      pollfd p{events.get(), POLLIN, 0};
+      char buffer[4096];
+      if (::poll(&p, 1, 1000) > 0) {
+        const ssize_t n = ::recv(events.get(), buffer, sizeof buffer, 0);
+        if (n <= 0) break;
+        pushed.append(buffer, static_cast<size_t>(n));
+      }
+    }
+    ASSERT_NE(pushed.find(count), std::string::npos) << pushed.substr(0, 2000);
+  }
+  const std::string whole = exchange("GET /api/answers/1 HTTP/1.1\r\n" + host() + "\r\n", 20s);
+  ASSERT_EQ(RawHttpClient::status(whole), 200);
+  ASSERT_GT(whole.size(), 2 * kMiB) << "the answer is not large enough to show anything";
+  RecordProperty("answerBytes", std::to_string(whole.size()));
+
+  const long start = server_->memoryKiB();
+  std::vector<UniqueFd> readers;
+  for (int i = 0; i < 128; ++i) {
+    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int small = 4096;
+    ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    sockaddr_in local{}, to{};
+    local.sin_family = to.sin_family = AF_INET;
+    ::inet_pton(AF_INET, ("127.0.0." + std::to_string(10 + i / 16)).c_str(), &local.sin_addr);
+    ::inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
+    to.sin_port = htons(static_cast<uint16_t>(server_->port()));
+    ::bind(fd.get(), reinterpret_cast<sockaddr*>(&local), sizeof local);
+    ASSERT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    const char* path = i % 8 == 0 ? "/api/state?answers=0" : i % 8 == 1 ? "/api/events" : i % 2 ? "/api/answers/0" : "/api/answers/1";
+    RawHttpClient::sendAll(fd.get(), std::string("GET ") + path + " HTTP/1.1\r\n" + host() + "\r\n");
+    readers.push_back(std::move(fd));
+  }
+  // The readers' requests are all being answered (or refused) by now: wait
+  // until the server's memory stops moving.
+  long now = server_->memoryKiB(), previous = 0;
+  for (int i = 0; i < 50 && now != previous; ++i) {
+    std::this_thread::sleep_for(100ms);
+    previous = now;
+    now = server_->memoryKiB();
+  }
+  const long growthMiB = (now - start) / 1024;
+  RecordProperty("growthKiB", std::to_string(now - start));
+  EXPECT_LT(growthMiB, 64) << "resident memory grew by " << growthMiB << " MiB with 128 readers";
+  readers.clear();
+  std::string state;
+  for (int tries = 0; tries < 100 && RawHttpClient::status(state) != 200; ++tries) state = exchange("GET /api/state HTTP/1.1\r\n" + host() + "\r\n");
+  EXPECT_EQ(RawHttpClient::status(state), 200) << "the server stopped serving after the readers left";
+}
 
 // ---- requests from another site -------------------------------------------
 

@@ -37,7 +37,7 @@ class PluginHarness : public ::testing::Test {
     s.mainQueue = main_;
     s.workerPool = pool_;
     s.clock = std::make_shared<FixedClock>(FixedClock::utc(2024, 1, 31, 13, 30, 5));
-    s.locale = UserLocale{{"en"}, "en_US", "UTC"};
+    s.locale = UserLocale{{"en"}, "en_US", "UTC", nullptr};
     std::filesystem::create_directories(dir_.path("tmp"));
     s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*TemporaryDirectory::open(dir_.path("tmp")));
     device_->installInto(s);

@@ -34,7 +34,7 @@ class Stamp : public ::testing::TestWithParam<StampCase> {};
 
 TEST_P(Stamp, UsesTheTwelveHourClockWithoutAmPm) {
   const auto& c = GetParam();
-  UserLocale locale{{"en"}, "en_US", c.timeZone};
+  UserLocale locale{{"en"}, "en_US", c.timeZone, nullptr};
   EXPECT_EQ(StampFormatter::format(FixedClock::utc(2024, 1, 31, c.hour, c.minute, c.second), locale),
             c.expected);
 }
@@ -56,7 +56,7 @@ class TempFilesFixture : public ::testing::Test {
     PlatformServices s;
     s.mainQueue = std::make_shared<ManualExecutor>();
     s.clock = std::make_shared<FixedClock>(FixedClock::utc(2024, 1, 31, 13, 30, 5));
-    s.locale = UserLocale{{"en"}, "en_US", "UTC"};
+    s.locale = UserLocale{{"en"}, "en_US", "UTC", nullptr};
     auto tmp = TemporaryDirectory::open(dir_.path("tmp"));
     ASSERT_TRUE(tmp.ok());
     s.temporaryDirectory = std::make_shared<const TemporaryDirectory>(*tmp);

@@ -32,9 +32,11 @@ bool RequestGuard::knownHost(const std::string& host) const {
 
 std::optional<RequestGuard::Route> RequestGuard::route(const std::string& method, const std::string& path) const {
   if (method == "GET" || method == "HEAD") {
-    if (path == "/" || path == "/app.js" || path == "/camera.js" || path == "/exif.js" || path == "/screen.js" ||
-        path == "/style.css" || path == "/api/state" || path == "/api/library" ||
-        path.rfind("/files/", 0) == 0)
+    // Below /api/ only the reading routes; anything else is a file of the
+    // app, the control panel or the temporary and library folders.
+    if (path.rfind("/api/", 0) != 0) return Route{};
+    if (path == "/api/state" || path == "/api/library" || path == "/api/events" ||
+        path.rfind("/api/answers/", 0) == 0)
       return Route{};
     return std::nullopt;
   }

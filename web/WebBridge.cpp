@@ -1,4 +1,5 @@
 #include "web/WebBridge.h"
+#include "web/IsoTime.h"
 
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 
 #include "host/FileBytes.h"
 #include "host/ValueJson.h"
+#include "platform/AlertController.h"
 #include "platform/ImagePickerController.h"
 #include "imaging/metadata/ImageMetadata.h"
 #include "platform/sim/AccessStateNames.h"
@@ -107,33 +109,112 @@ StatusOr<nlohmann::json> WebBridge::call(const nlohmann::json& request) {
   return nlohmann::json{{"callbackId", *id}};
 }
 
-nlohmann::json WebBridge::state(size_t answersFrom, size_t eventsFrom) const {
+nlohmann::json WebBridge::state(size_t answersFrom, size_t eventsFrom) {
   nlohmann::json out;
-  const auto& log = *session_.host().answers();
-  out["answerCount"] = log.size();
-  auto list = nlohmann::json::array();
-  size_t index = answersFrom;
-  for (const auto& answer : log.answersFrom(answersFrom)) {
-    auto a = answer.toJson();
-    a["callbackId"] = answer.callbackId;
-    a["afterFinal"] = answer.afterFinal;
-    // Why an image came back empty, beside the answer (the plug-in says nothing).
-    if (auto note = session_.noteForAnswer(index)) a["note"] = *note;
-    ++index;
-    list.push_back(std::move(a));
-  }
-  out["answers"] = std::move(list);
+  out["answers"] = answerSummaries(answersFrom);
+  out["answerCount"] = summaryBase_ + summaries_.size();
+  // Events may arrive from other threads meanwhile: the list and the count
+  // are taken again until they agree, so a page resuming from the count
+  // neither misses nor repeats one.
   const auto& events = *session_.device().events();
-  out["eventCount"] = events.total();
+  size_t count = events.total();
+  auto kept = events.eventsFrom(eventsFrom);
+  for (size_t again = events.total(); again != count; again = events.total()) {
+    count = again;
+    kept = events.eventsFrom(eventsFrom);
+  }
   auto eventList = nlohmann::json::array();
-  for (const auto& e : events.eventsFrom(eventsFrom)) eventList.push_back(plain(e));
+  for (const auto& e : kept) eventList.push_back(plain(e));
+  out["eventCount"] = count;
   out["events"] = std::move(eventList);
-  auto screen = nlohmann::json::array();
-  for (const auto& vc : session_.device().onScreen()) screen.push_back(plain(SimDevice::describe(*vc)));
-  out["screen"] = std::move(screen);
+  out["screen"] = screen();
   out["device"] = deviceSettings();
   out["locationStarted"] = session_.location().startedManagers();
   out["open"] = openCommands();
+  return out;
+}
+
+nlohmann::json WebBridge::answerSummaries(size_t from) {
+  // A summary costs one serialization of the payload (for its size), so each
+  // answer is summarized once; a page left open keeps only the recent ones.
+  constexpr size_t kKeptSummaries = 4096;
+  constexpr size_t kNoteBytes = 200;
+  const auto& log = *session_.host().answers();
+  const size_t total = log.size();
+  for (size_t i = std::max(summaryBase_ + summaries_.size(), total > kKeptSummaries ? total - kKeptSummaries : 0);
+       i < total; ++i) {
+    if (summaries_.empty()) summaryBase_ = i;
+    nlohmann::json summary{{"index", i}, {"status", "GONE"}, {"keepCallback", false}, {"size", 0}};
+    if (const auto answer = log.answerAt(i)) {
+      const auto whole = answer->toJson();
+      summary["callbackId"] = answer->callbackId;
+      summary["status"] = whole["status"];
+      summary["keepCallback"] = answer->keepCallback;
+      summary["afterFinal"] = answer->afterFinal;
+      summary["size"] = whole["payload"].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).size();
+      if (answer->status != CommandStatus::OK) {
+        std::string note = answer->messageText();
+        if (note.size() > kNoteBytes) note = note.substr(0, kNoteBytes) + "…";
+        if (!note.empty()) summary["note"] = note;
+      }
+      // Why an image came back empty, beside its answer (the plug-in itself says nothing).
+      if (auto note = session_.noteForAnswer(i)) summary["note"] = *note;
+    }
+    summaries_.push_back(std::move(summary));
+  }
+  while (summaries_.size() > kKeptSummaries) {
+    summaries_.pop_front();
+    ++summaryBase_;
+  }
+  auto list = nlohmann::json::array();
+  for (size_t i = std::max(from, summaryBase_); i < summaryBase_ + summaries_.size(); ++i)
+    list.push_back(summaries_[i - summaryBase_]);
+  return list;
+}
+
+StatusOr<std::string> WebBridge::answerText(size_t index) const {
+  const auto answer = session_.host().answers()->answerAt(index);
+  if (!answer) return Status::notFound("no answer " + std::to_string(index) + " is kept");
+  auto whole = answer->toJson();
+  whole["callbackId"] = answer->callbackId;
+  return whole.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void WebBridge::watch(std::function<void()> changed) {
+  if (!changed) {
+    session_.host().answers()->setListener(nullptr);
+    session_.device().events()->setListener(nullptr);
+    return;
+  }
+  session_.host().answers()->setListener([changed](const Answer&) { changed(); });
+  session_.device().events()->setListener([changed](const nlohmann::ordered_json&) { changed(); });
+}
+
+nlohmann::json WebBridge::screen() const {
+  nlohmann::json out{{"alert", nullptr}, {"picker", nullptr}};
+  auto stack = nlohmann::json::array();
+  for (const auto& vc : session_.device().onScreen()) {
+    auto described = plain(SimDevice::describe(*vc));
+    if (const auto alert = std::dynamic_pointer_cast<AlertController>(vc)) {
+      auto buttons = nlohmann::json::array();
+      for (const auto& a : alert->actions())
+        buttons.push_back({{"title", a.title},
+                           {"style", a.style == AlertController::actionStyleCancel ? "cancel"
+                                     : a.style == 2                                   ? "destructive"
+                                                                                      : "default"}});
+      out["alert"] = {{"title", alert->title()}, {"message", alert->message()}, {"buttons", std::move(buttons)}};
+    } else if (std::dynamic_pointer_cast<ImagePickerController>(vc)) {
+      out["picker"] = described;
+    }
+    stack.push_back(std::move(described));
+  }
+  // The settings page opened from an alert since the newest command started.
+  const size_t since = started_.empty() ? 0 : started_.back().eventsFrom;
+  bool settings = false;
+  for (const auto& e : session_.device().events()->eventsFrom(since))
+    if (e["event"] == "settingsOpened") settings = true;
+  out["settingsOpened"] = settings;
+  out["stack"] = std::move(stack);
   return out;
 }
 
@@ -171,7 +252,9 @@ nlohmann::json WebBridge::deviceSettings() const {
           {"libraryAccess", nameOf(accessStateNames(), st.libraryAccess)},
           {"cameraAnswer", st.cameraRequestGranted ? "granted" : "denied"},
           {"libraryAnswer", nameOf(accessStateNames(), st.libraryRequestAnswer)},
-          {"sources", std::move(sources)}};
+          {"sources", std::move(sources)},
+          {"hasViewController", session_.hasViewController()},
+          {"languages", session_.languages()}};
 }
 
 StatusOr<nlohmann::json> WebBridge::finishPickerWithFile(const std::string& kind, const std::string& name,
@@ -283,6 +366,12 @@ StatusOr<nlohmann::json> WebBridge::deliverFix(const nlohmann::json& request) {
   if (request.contains("altitude") && !request["altitude"].is_null())
     RETURN_IF_ERROR(number("altitude", -1e5, 1e6, fix.altitude));
   fix.timestamp = std::chrono::system_clock::now();
+  if (request.contains("timestamp") && !request["timestamp"].is_null()) {
+    const auto& t = request["timestamp"];
+    auto when = t.is_string() ? IsoTime::parse(t.get<std::string>()) : std::nullopt;
+    if (!when) return Status::invalidArgument("\"timestamp\" must be an ISO-8601 time, like 2026-05-01T12:30:00Z");
+    fix.timestamp = *when;
+  }
   session_.location().deliverNow(fix);
   return nlohmann::json{{"delivered", true}, {"waitingManagers", session_.location().startedManagers()}};
 }
@@ -290,6 +379,8 @@ StatusOr<nlohmann::json> WebBridge::deliverFix(const nlohmann::json& request) {
 StatusOr<nlohmann::json> WebBridge::configureDevice(const nlohmann::json& request) {
   RETURN_IF_ERROR(requireObject(request));
   auto st = session_.device().state();
+  std::optional<bool> hasViewController;
+  std::optional<std::vector<std::string>> languages;
   for (const auto& [key, value] : request.items()) {
     if (key == "cameraAccess") {
       ASSIGN_OR_RETURN(st.cameraAccess, accessFrom(value, key));
@@ -309,11 +400,27 @@ StatusOr<nlohmann::json> WebBridge::configureDevice(const nlohmann::json& reques
           return Status::invalidArgument("sources: photoLibrary, camera or savedPhotosAlbum");
         st.availableSources.insert(it->second);
       }
+    } else if (key == "languages") {
+      // Language tags as a phone lists them: "fr", "pt-BR", "zh-Hant-TW".
+      const auto tag = [](const nlohmann::json& t) {
+        if (!t.is_string()) return false;
+        const auto& v = t.get_ref<const std::string&>();
+        return !v.empty() && v.size() <= 35 && std::isalpha(static_cast<unsigned char>(v[0])) &&
+               std::all_of(v.begin(), v.end(), [](unsigned char c) { return std::isalnum(c) || c == '-' || c == '_'; });
+      };
+      if (!value.is_array() || value.size() > 16 || !std::all_of(value.begin(), value.end(), tag))
+        return Status::invalidArgument("\"languages\" must be a list of up to 16 language tags, like [\"fr\", \"pt-BR\"]");
+      languages = value.get<std::vector<std::string>>();
+    } else if (key == "hasViewController") {
+      if (!value.is_boolean()) return Status::invalidArgument("\"hasViewController\" must be true or false");
+      hasViewController = value.get<bool>();
     } else {
       return Status::invalidArgument("unknown device setting \"" + key + "\"");
     }
   }
   session_.device().setState(std::move(st));
+  if (hasViewController) session_.setHasViewController(*hasViewController);
+  if (languages) session_.setLanguages(std::move(*languages));
   return deviceSettings();
 }
 

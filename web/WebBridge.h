@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <deque>
+#include <functional>
 #include <string>
 
 #include "session/DeviceSession.h"
@@ -28,11 +30,20 @@ class WebBridge {
   // {"operation": NAME, "args": [...]}: starts the command and returns
   // {"callbackId": ID}. Only the plug-in's command operations are callable.
   StatusOr<nlohmann::json> call(const nlohmann::json& request);
-  // Answers from index `answersFrom` on, events from `eventsFrom` on, what is
-  // on the screen, the device settings, what the host still waits for, and
-  // under "open" each unanswered command started here with why it is open and
-  // the user's next step: [{"command", "operation", "reason", "action"}].
-  nlohmann::json state(size_t answersFrom, size_t eventsFrom) const;
+  // A bounded summary: answers from index `answersFrom` on (status, size of
+  // the payload's JSON, a short note; never the payload), events from
+  // `eventsFrom` on, what is on the screen ("alert", "picker",
+  // "settingsOpened", and the whole "stack"), the device settings, and under
+  // "open" each unanswered command started here with why it is open and the
+  // user's next step: [{"command", "operation", "reason", "action"}].
+  nlohmann::json state(size_t answersFrom, size_t eventsFrom);
+  // {"callbackId", "status", "keepCallback", "payload"} of the answer with
+  // arrival index `index`, serialized; NOT_FOUND when it is not (or no
+  // longer) kept.
+  StatusOr<std::string> answerText(size_t index) const;
+  // `changed` runs (on whichever thread records it) after every answer and
+  // device event; nullptr stops it.
+  void watch(std::function<void()> changed);
 
   // The user finishes the picker with a file they chose (its bytes): a camera
   // photo or video, optionally with an edit rectangle "x,y,w,h".
@@ -50,10 +61,12 @@ class WebBridge {
   StatusOr<nlohmann::json> cancelPicker();
   // {"button": title, or "settings"/"cancel"}
   StatusOr<nlohmann::json> tapAlert(const nlohmann::json& request);
-  // {"latitude": .., "longitude": .., "altitude": ..?}
+  // {"latitude": .., "longitude": .., "altitude": ..?, "timestamp": ISO-8601?}
   StatusOr<nlohmann::json> deliverFix(const nlohmann::json& request);
   // Any of {"cameraAccess", "libraryAccess", "cameraAnswer", "libraryAnswer",
-  // "sources": [...]}; returns the device settings after the change.
+  // "sources": [...], "hasViewController": bool, "languages": [tags]};
+  // returns the device
+  // settings after the change.
   StatusOr<nlohmann::json> configureDevice(const nlohmann::json& request);
   StatusOr<nlohmann::json> library() const;
 
@@ -63,6 +76,9 @@ class WebBridge {
  private:
   nlohmann::json deviceSettings() const;
   nlohmann::json openCommands() const;
+  nlohmann::json screen() const;
+  // The summaries of answers from `from` on, made once per answer.
+  nlohmann::json answerSummaries(size_t from);
 
   // A command this bridge started, kept until it is answered.
   struct Started {
@@ -75,6 +91,9 @@ class WebBridge {
   std::vector<Started> started_;
   std::string uploads_;
   int uploadCount_ = 0;
+  // Summaries of the most recent answers; the first has arrival index summaryBase_.
+  std::deque<nlohmann::json> summaries_;
+  size_t summaryBase_ = 0;
 };
 
 }  // namespace velqor

@@ -13,7 +13,10 @@
 
 #include "host/FileBytes.h"
 #include "host/JsonReader.h"
+#include "web/EventStream.h"
 #include "web/Exchange.h"
+#include "web/HttpFraming.h"
+#include "web/StaticFolder.h"
 
 namespace velqor {
 namespace {
@@ -79,25 +82,67 @@ void onConnectionEntry(void* server, MHD_Connection* c, void**, MHD_ConnectionNo
 
 void quietLogger(void*, const char*, va_list) {}
 
+// A body sent from memory: the bytes (perhaps shared with other connections)
+// and what of them this connection charged to the budget.
+struct BodySource {
+  std::shared_ptr<const std::string> bytes;
+  BufferBudget* budget;
+  size_t charged;
+};
+
+ssize_t readBody(void* cls, uint64_t position, char* buffer, size_t size) {
+  const auto& bytes = *static_cast<BodySource*>(cls)->bytes;
+  if (position >= bytes.size()) return MHD_CONTENT_READER_END_OF_STREAM;
+  const size_t n = std::min(size, bytes.size() - static_cast<size_t>(position));
+  std::memcpy(buffer, bytes.data() + position, n);
+  return static_cast<ssize_t>(n);
+}
+
+void freeBody(void* cls) {
+  auto* source = static_cast<BodySource*>(cls);
+  source->budget->giveBack(source->charged);
+  delete source;
+}
+
+ssize_t readStream(void* cls, uint64_t, char* buffer, size_t size) {
+  const auto n = static_cast<EventStream*>(cls)->read(buffer, size);
+  return n ? static_cast<ssize_t>(*n) : MHD_CONTENT_READER_END_WITH_ERROR;
+}
+
+void freeStream(void* cls) { delete static_cast<EventStream*>(cls); }
+
+// The largest piece of a body the daemon asks for at once, per connection.
+constexpr size_t kBodyBlock = 32 * 1024;
+// How long an event stream may go without the client taking a byte.
+constexpr unsigned kStreamIdleSeconds = 60;
+
 }  // namespace
 
 struct WebServer::Reply {
   int status = 200;
-  std::string body;
+  std::shared_ptr<const std::string> body;
+  bool charged = false;  // the body is a shared copy already charged to the budget
   std::string type = "application/json";
   UniqueFd file;  // served instead of `body` when valid
   uint64_t fileSize = 0;
   bool page = false;
+  std::string location;                  // a redirect's target
+  std::unique_ptr<EventStream> stream;   // served instead of `body` when set
 
   static Reply json(const Json& body, int status = 200) {
     Reply r;
     r.status = status;
-    r.body = body.dump(-1, ' ', false, Json::error_handler_t::replace);
+    r.body = std::make_shared<const std::string>(body.dump(-1, ' ', false, Json::error_handler_t::replace));
     return r;
   }
   static Reply error(int status, const std::string& message) { return json(Json{{"error", message}}, status); }
   static Reply of(const StatusOr<Json>& result) {
     return result.ok() ? json(*result) : error(httpStatusOf(result.status()), result.status().message());
+  }
+  static Reply redirect(const std::string& to) {
+    Reply r = json(Json{{"location", to}}, 302);
+    r.location = to;
+    return r;
   }
 };
 
@@ -148,6 +193,7 @@ void WebServer::start(WebBridge& bridge, std::shared_ptr<Executor> mainQueue, Co
   bridge_ = &bridge;
   main_ = std::move(mainQueue);
   files_ = std::make_unique<ContainedFiles>(std::move(files));
+  bridge.watch([feed = feed_] { feed->notify(); });
   deadlines_ = std::make_unique<ConnectionDeadlines>(options_.headDeadline, options_.bodyDeadline);
   daemon_ = MHD_start_daemon(
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_AUTO_INTERNAL_THREAD | MHD_USE_ITC | MHD_USE_ERROR_LOG, 0, nullptr,
@@ -166,8 +212,12 @@ void WebServer::stop() {
     waits_->stopping = true;
   }
   waits_->done.notify_all();
+  feed_->stop();  // every event stream ends
   if (deadlines_) deadlines_->shutDownAll();
-  if (daemon_) MHD_stop_daemon(std::exchange(daemon_, nullptr));
+  if (daemon_) {
+    MHD_stop_daemon(std::exchange(daemon_, nullptr));
+    bridge_->watch(nullptr);
+  }
   deadlines_.reset();
 }
 
@@ -204,7 +254,8 @@ int WebServer::onRequest(MHD_Connection* c, const char* url, const char* method,
     const auto route = guard_->route(head.method, head.path);
     exchange = new Exchange(route.value_or(RequestGuard::Route{}), budget_, options_.uploadsDirectory);
     *context = exchange;
-    auto refusal = guard_->check(head);
+    auto refusal = HttpFraming::check(headerFields(c));
+    if (!refusal) refusal = guard_->check(head);
     if (!refusal && exchange->route().body == RequestGuard::Body::multipart) {
       refusal = options_.uploadsDirectory.empty()
                     ? std::optional<RequestGuard::Refusal>({503, "this server takes no uploads"})
@@ -238,13 +289,6 @@ WebServer::Reply WebServer::answer(MHD_Connection* c, const std::string& method,
                                                       {"/api/alert", &WebBridge::tapAlert},
                                                       {"/api/location", &WebBridge::deliverFix},
                                                       {"/api/device", &WebBridge::configureDevice}};
-  static const std::map<std::string, std::pair<std::string, std::string>> kPage{
-      {"/", {"index.html", "text/html; charset=utf-8"}},
-      {"/app.js", {"app.js", "text/javascript; charset=utf-8"}},
-      {"/camera.js", {"camera.js", "text/javascript; charset=utf-8"}},
-      {"/exif.js", {"exif.js", "text/javascript; charset=utf-8"}},
-      {"/screen.js", {"screen.js", "text/javascript; charset=utf-8"}},
-      {"/style.css", {"style.css", "text/css; charset=utf-8"}}};
   if (method == "POST") {
     if (url == "/api/picker/file") return answerUpload(exchange);
     if (url == "/api/metadata") {
@@ -254,25 +298,83 @@ WebServer::Reply WebServer::answer(MHD_Connection* c, const std::string& method,
     auto body = JsonReader::parse(exchange.body().empty() && url == "/api/picker/cancel" ? "{}" : exchange.body(),
                                   "the request body", {.maxBytes = options_.maxJsonBytes, .maxDepth = 64});
     if (!body.ok()) return Reply::error(400, body.status().message());
-    if (url == "/api/picker/cancel") return Reply::of(onMain([](WebBridge& b) { return b.cancelPicker(); }));
-    const Call call = kJsonCalls.at(url);
-    return Reply::of(onMain([call, body = std::move(*body)](WebBridge& b) { return (b.*call)(body); }));
-  }
-  if (auto page = kPage.find(url); page != kPage.end()) {
-    auto bytes = FileBytes::read(options_.pageDirectory + "/" + page->second.first, 1 << 20);
-    if (!bytes.ok()) return Reply::error(404, "the page is not installed: " + bytes.status().message());
-    Reply r;
-    r.body.assign(bytes->begin(), bytes->end());
-    r.type = page->second.second;
-    r.page = true;
-    return r;
+    Reply reply = url == "/api/picker/cancel"
+                      ? Reply::of(onMain([](WebBridge& b) { return b.cancelPicker(); }))
+                      : Reply::of(onMain([call = kJsonCalls.at(url), body = std::move(*body)](WebBridge& b) {
+                          return (b.*call)(body);
+                        }));
+    feed_->notify();  // device settings and the like change without an event
+    return reply;
   }
   if (url == "/api/state") {
     const size_t answers = indexParam(c, "answers"), events = indexParam(c, "events");
-    return Reply::of(onMain([answers, events](WebBridge& b) -> StatusOr<Json> { return b.state(answers, events); }));
+    const uint64_t sequence = feed_->sequence();
+    auto state = onMain([answers, events](WebBridge& b) -> StatusOr<Json> { return b.state(answers, events); });
+    if (state.ok()) (*state)["seq"] = sequence;
+    return Reply::of(state);
   }
   if (url == "/api/library") return Reply::of(onMain([](WebBridge& b) { return b.library(); }));
-  return answerFile(url.substr(std::strlen("/files")));
+  if (url == "/api/events") return answerEvents(c);
+  if (url.rfind("/api/answers/", 0) == 0) return answerPayload(url.substr(std::strlen("/api/answers/")));
+  if (url.rfind("/files/", 0) == 0) return answerFile(url.substr(std::strlen("/files")));
+  return answerStatic(url);
+}
+
+WebServer::Reply WebServer::answerStatic(const std::string& url) {
+  constexpr std::string_view kPanel = "/velqor/";
+  std::vector<std::pair<std::string, std::string>> tries;  // folder, path inside it
+  if (url == "/velqor") return Reply::redirect("/velqor/");
+  if (url.rfind(kPanel, 0) == 0) {
+    for (const auto& folder : {options_.pageDirectory, options_.apiDirectory})
+      if (!folder.empty()) tries.emplace_back(folder, url.substr(kPanel.size()));
+  } else if (!options_.appDirectory.empty()) {
+    tries.emplace_back(options_.appDirectory, url);
+  } else if (url == "/") {
+    return Reply::redirect("/velqor/");
+  }
+  for (const auto& [folder, path] : tries) {
+    auto opened = StaticFolder(folder).open(path);
+    if (!opened.ok()) continue;
+    Reply r;
+    r.type = StaticFolder::contentType(opened->path);
+    r.fileSize = static_cast<uint64_t>(opened->size);
+    r.file = std::move(opened->fd);
+    r.page = true;
+    return r;
+  }
+  return Reply::error(404, "no such file");
+}
+
+WebServer::Reply WebServer::answerEvents(MHD_Connection* c) {
+  size_t answers = indexParam(c, "answers"), events = indexParam(c, "events");
+  if (auto last = header(c, "Last-Event-ID"))
+    if (auto resumed = EventStream::parseId(*last)) std::tie(answers, events) = *resumed;
+  // The stream may stay quiet between keepalives; the daemon's own idle limit
+  // would cut it otherwise.
+  MHD_set_connection_option(c, MHD_CONNECTION_OPTION_TIMEOUT, kStreamIdleSeconds);
+  Reply r;
+  r.type = "text/event-stream";
+  r.stream = std::make_unique<EventStream>(
+      *feed_,
+      [this](size_t a, size_t e) {
+        return onMain([a, e](WebBridge& b) -> StatusOr<Json> { return b.state(a, e); });
+      },
+      answers, events, options_.keepalive);
+  return r;
+}
+
+WebServer::Reply WebServer::answerPayload(const std::string& index) {
+  if (index.empty() || index.size() > 18 || !std::all_of(index.begin(), index.end(), ::isdigit))
+    return Reply::error(404, "no such answer");
+  const size_t i = std::stoull(index);
+  // The answer log may be read from any thread: a large payload is
+  // serialized here, never on the main queue.
+  auto copy = copies_.get(i, [this, i] { return bridge_->answerText(i); });
+  if (!copy.ok()) return Reply::error(httpStatusOf(copy.status()), copy.status().message());
+  Reply r;
+  r.body = std::move(*copy);
+  r.charged = true;
+  return r;
 }
 
 WebServer::Reply WebServer::answerUpload(Exchange& exchange) {
@@ -314,19 +416,50 @@ StatusOr<Json> WebServer::onMain(std::function<StatusOr<Json>(WebBridge&)> work)
 }
 
 int WebServer::send(MHD_Connection* c, Reply reply) {
-  MHD_Response* response =
-      reply.file.valid()
-          ? MHD_create_response_from_fd(reply.fileSize, reply.file.release())
-          : MHD_create_response_from_buffer(reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY);
+  MHD_Response* response = nullptr;
+  if (reply.stream) {
+    response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 4096, &readStream, reply.stream.get(), &freeStream);
+    if (response) (void)reply.stream.release();
+  } else if (reply.file.valid()) {
+    response = MHD_create_response_from_fd(reply.fileSize, reply.file.get());
+    if (response) (void)reply.file.release();
+  } else {
+    size_t charge = reply.charged ? 0 : reply.body->size();
+    if (charge > 0 && !budget_.take(charge)) {
+      reply = Reply::error(503, "the server holds too many answers for readers; retry");
+      charge = 0;
+    }
+    auto* source = new BodySource{reply.body, &budget_, charge};
+    response = MHD_create_response_from_callback(reply.body->size(), std::clamp<size_t>(reply.body->size(), 1, kBodyBlock),
+                                                 &readBody, source, &freeBody);
+    if (!response) freeBody(source);
+  }
   if (!response) return false;
   MHD_add_response_header(response, "Content-Type", reply.type.c_str());
   MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
   MHD_add_response_header(response, "Cache-Control", "no-store");
   MHD_add_response_header(response, "Cross-Origin-Resource-Policy", "same-origin");
   if (reply.page) MHD_add_response_header(response, "Content-Security-Policy", kPageSecurityPolicy);
+  if (!reply.location.empty()) MHD_add_response_header(response, "Location", reply.location.c_str());
+  // After a refusal the rest of the request (its body, a pipelined request)
+  // is never read as a request of its own.
+  if (reply.status >= 400) MHD_add_response_header(response, "Connection", "close");
   const MHD_Result queued = MHD_queue_response(c, static_cast<unsigned>(reply.status), response);
   MHD_destroy_response(response);
   return queued == MHD_YES;
+}
+
+std::vector<std::pair<std::string, std::string>> WebServer::headerFields(MHD_Connection* c) {
+  std::vector<std::pair<std::string, std::string>> fields;
+  MHD_get_connection_values(
+      c, MHD_HEADER_KIND,
+      [](void* cls, MHD_ValueKind, const char* key, const char* value) {
+        static_cast<std::vector<std::pair<std::string, std::string>>*>(cls)->emplace_back(key ? key : "",
+                                                                                            value ? value : "");
+        return MHD_YES;
+      },
+      &fields);
+  return fields;
 }
 
 }  // namespace velqor

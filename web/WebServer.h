@@ -7,13 +7,17 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "host/Executor.h"
 #include "host/StatusOr.h"
 #include "host/UniqueFd.h"
+#include "web/AnswerCopies.h"
 #include "web/BufferBudget.h"
+#include "web/ChangeFeed.h"
 #include "web/ConnectionDeadlines.h"
 #include "web/ContainedFiles.h"
 #include "web/RequestGuard.h"
@@ -27,10 +31,17 @@ namespace velqor {
 class Exchange;
 
 // The web host's HTTP face, on libmicrohttpd with one thread per connection:
-//   GET  /, /app.js, /camera.js, /exif.js, /screen.js, /style.css
-//                                   the page (from the page directory; nothing else of it)
-//   GET  /api/state                 answers, events, the screen and the open commands with why
+//   GET  /...                       the app developer's folder (StaticFolder), index.html for /;
+//                                   without one, / redirects to /velqor/
+//   GET  /velqor/...                the control panel and the scripts an app page loads
+//                                   (host.js, bridge.js, overlay.js from the page folder,
+//                                   velqor-camera.js from the page API folder)
+//   GET  /api/state                 a bounded summary: answer statuses and sizes, events, the
+//                                   screen and the open commands with why
 //                                   (?answers=N&events=M: from those indexes)
+//   GET  /api/events                the same as Server-Sent Events: the summary, then one
+//                                   message per change (EventStream); Last-Event-ID resumes
+//   GET  /api/answers/<i>           one answer with its payload, from one shared copy (AnswerCopies)
 //   POST /api/call                  {"operation", "args"}: starts a plug-in command
 //   POST /api/picker/file           multipart "file", "kind" (photo|video), "edit": the user's camera output
 //   POST /api/picker/pick           {"asset", "edit"}; POST /api/picker/cancel
@@ -41,11 +52,13 @@ class Exchange;
 //   POST /api/metadata              body: encoded image bytes; answers its EXIF/GPS as JSON
 //   GET  /files/<absolute path>     a result file or library asset (ContainedFiles)
 //
-// What a request may be is decided from its head by RequestGuard before its
-// body is read (Host names, same-origin and the custom header on POSTs, the
+// What a request may be is decided from its head by HttpFraming (how the body
+// is framed) and RequestGuard before its body is read (Host names, same-origin and the custom header on POSTs, the
 // route's body limit); bodies are counted as they arrive, uploads stream to
 // the uploads folder, JSON is read with depth and size limits. Every answer
-// carries Cross-Origin-Resource-Policy: same-origin. ConnectionDeadlines
+// carries Cross-Origin-Resource-Policy: same-origin; every error answer
+// closes its connection. Answer bodies, like request bodies, are charged to
+// the buffer budget while a connection sends them; past it a reader gets 503. ConnectionDeadlines
 // bounds how long a client may take to send a request; the daemon caps
 // connections in all and per client address, and the memory a request head
 // may use. The listening socket is bound without SO_REUSEPORT: a second
@@ -61,7 +74,12 @@ class WebServer {
   struct Options {
     std::string host = "127.0.0.1";
     int port = 8080;  // 0: any free port
+    // The control panel and the scripts an app page loads (/velqor/...).
     std::string pageDirectory;
+    // The page API module (/velqor/velqor-camera.js); empty: none.
+    std::string apiDirectory;
+    // The app developer's folder served at /; empty: / leads to the control panel.
+    std::string appDirectory;
     // Where uploads stream to; empty: uploads are refused.
     std::string uploadsDirectory;
     size_t maxJsonBytes = size_t{1} << 20;
@@ -75,6 +93,8 @@ class WebServer {
     unsigned maxConnectionsPerClient = 16;
     std::chrono::milliseconds headDeadline{5000};
     std::chrono::milliseconds bodyDeadline{120000};
+    // An event stream with nothing to say sends a comment this often.
+    std::chrono::milliseconds keepalive{15000};
   };
 
   explicit WebServer(Options options);
@@ -106,8 +126,13 @@ class WebServer {
   Reply answer(MHD_Connection* c, const std::string& method, const std::string& url, Exchange& exchange);
   Reply answerUpload(Exchange& exchange);
   Reply answerFile(const std::string& requested);
+  Reply answerStatic(const std::string& url);
+  Reply answerEvents(MHD_Connection* c);
+  Reply answerPayload(const std::string& index);
   StatusOr<nlohmann::json> onMain(std::function<StatusOr<nlohmann::json>(WebBridge&)> work);
   int send(MHD_Connection* c, Reply reply);
+  // Every header field of the request as received, repeated ones included.
+  static std::vector<std::pair<std::string, std::string>> headerFields(MHD_Connection* c);
 
   Options options_;
   int port_ = 0;
@@ -119,6 +144,8 @@ class WebServer {
   WebBridge* bridge_ = nullptr;
   std::shared_ptr<Executor> main_;
   std::unique_ptr<ContainedFiles> files_;
+  std::shared_ptr<ChangeFeed> feed_ = std::make_shared<ChangeFeed>();
+  AnswerCopies copies_{budget_};
   // Shared with the closures posted to the main queue, which may run after
   // the server is gone.
   struct Waits {

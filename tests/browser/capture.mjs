@@ -1,57 +1,48 @@
 // Drives headless Chromium through the web host's page as a user would: a
 // photo and a video from the browser's (fake) camera, file choices, a cancel,
-// the browser's location (DevTools geolocation override), a refused camera
-// whose Settings button leaves the command open with its reason shown, a
-// library answer and a cropped library pick. Checks the answers the page
-// shows and the media it displays, and leaves screenshots in OUT_DIR.
-// Then writes a demo report with one good and one malformed scenario and
-// screenshots its first screen.
+// the browser's location, a refused camera whose Settings button leaves the
+// command open with its reason shown, a library answer and a cropped library
+// pick. Checks the answers the page shows and the media it displays, and
+// leaves screenshots in OUT_DIR. Then writes a demo report with one good and
+// one malformed scenario and screenshots its first screen.
+//
+// The browser is the system's Chromium driven by playwright-core, the host is
+// started by the test kit; a missing browser fails the test.
 //
 // node capture.mjs VELQOR_CAMERA OUT_DIR PHOTO
-import {spawn, spawnSync} from 'node:child_process';
+import {spawnSync} from 'node:child_process';
 import {mkdtempSync, mkdirSync, rmSync, writeFileSync, copyFileSync} from 'node:fs';
 import {tmpdir} from 'node:os';
 import {join, dirname} from 'node:path';
 import {fileURLToPath} from 'node:url';
 import assert from 'node:assert/strict';
-import {findChromium, launch} from './devtools.mjs';
+import {launchBrowser, startHost} from '../../js/testkit/index.js';
 
 const [cameraBin, outDir, photo] = process.argv.slice(2);
-const chromium = findChromium();
-if (!chromium) {
-  console.log('SKIP: Chromium is not installed (make test-browser installs it)');
-  process.exit(77);
-}
-
 const work = mkdtempSync(join(tmpdir(), 'velqor-browser-'));
-const children = [];
-// On any exit: stop the browser and the server, then remove their files; a
-// browser still writing its profile can race the removal, hence the retries.
 process.on('exit', () => {
-  for (const c of children) c.kill('SIGKILL');
   try { rmSync(work, {recursive: true, force: true, maxRetries: 10}); } catch { /* a leftover in /tmp is harmless */ }
 });
 const deadline = setTimeout(() => { console.error('FAIL: the browser test took more than 240 s'); process.exit(1); }, 240_000);
 
-// ---- the web host ----------------------------------------------------------
-const server = spawn(cameraBin, ['serve', '--port', '0', '--temp-dir', join(work, 'tmp'), '--library', join(work, 'library')],
-  {stdio: ['ignore', 'pipe', 'inherit']});
-children.push(server);
-const origin = await new Promise((resolve, reject) => {
-  let text = '';
-  server.stdout.on('data', (d) => {
-    text += d;
-    const m = text.match(/serving (http:\/\/[^\s/]+)\//);
-    if (m) resolve(m[1]);
-  });
-  server.on('exit', (code) => reject(new Error(`serve exited with ${code}`)));
-});
+const host = await startHost({binary: cameraBin});
+const origin = host.origin;
+const browser = await launchBrowser({fakeCamera: true});
+// The checks below are expressions evaluated in the page, which its own security policy forbids.
+const context = await browser.newContext({viewport: {width: 1400, height: 1000}, bypassCSP: true,
+  permissions: ['geolocation', 'camera', 'microphone'], geolocation: {latitude: 0, longitude: 0}});
+const tab = await context.newPage();
+await tab.goto(host.url);
 
-const browser = await launch(chromium, work, children);
-const {page, evaluate, until} = browser;
-await page('Browser.grantPermissions', {origin, permissions: ['geolocation', 'videoCapture', 'audioCapture']}).catch(() => {});
-await page('Page.navigate', {url: origin + '/'});
-
+const evaluate = (expression) => tab.evaluate(expression);
+async function until(expression, what) {
+  try {
+    const handle = await tab.waitForFunction(expression, null, {timeout: 30_000});
+    return handle.jsonValue();
+  } catch (e) {
+    throw new Error(`waiting for ${what}: ${e.message}`);
+  }
+}
 const byId = (id) => `document.getElementById(${JSON.stringify(id)})`;
 const click = (id) => evaluate(`${byId(id)}.click(), true`);
 const textOf = (id) => evaluate(`${byId(id)}.textContent`);
@@ -61,9 +52,7 @@ async function request(args) {
   await click('call-take');
 }
 async function chooseFile(path) {
-  const {root} = await page('DOM.getDocument');
-  const {nodeId} = await page('DOM.querySelector', {nodeId: root.nodeId, selector: '#picker-file'});
-  await page('DOM.setFileInputFiles', {nodeId, files: [path]});
+  await tab.setInputFiles('#picker-file', path);
   await click('picker-use');
 }
 async function setDevice(id, value) {
@@ -73,8 +62,7 @@ async function setDevice(id, value) {
     `the device change to ${value}`);
 }
 async function screenshot(name) {
-  const shot = await page('Page.captureScreenshot', {format: 'png'});
-  writeFileSync(join(outDir, name), Buffer.from(shot.data, 'base64'));
+  await tab.screenshot({path: join(outDir, name)});
   return join(outDir, name);
 }
 const visible = (id) => until(`!${byId(id)}.hidden`, id);
@@ -96,7 +84,7 @@ await request([50, 1, 1, 640, 640, 0, 0, false, true]);
 await visible('camera-shoot');
 await until(`${byId('camera-view')}.videoWidth > 0`, 'the camera view');
 await click('camera-shoot');
-await resolvedWith(new RegExp(`"${origin}/files/.*velqor_photo_\\d{14}\\.jpg"`));
+await resolvedWith(new RegExp(`"${origin}/files/.*velqor_photo_\\d{14}(_\\d+)?\\.jpg"`));
 let size = await loadedImage('the camera photo');
 assert.ok(Math.max(...size) <= 640 && Math.max(...size) >= 600, `displayed size ${size}`);
 await until(`${byId('meta-before')}.textContent.includes('DateTimeOriginal')`, 'the capture time before');
@@ -109,7 +97,9 @@ await request([50, 1, 1, null, null, 0, 1]);
 await visible('camera-record');
 await until(`${byId('camera-view')}.videoWidth > 0`, 'the camera view');
 await click('camera-record');
-await new Promise((r) => setTimeout(r, 1500));
+// A second and a half of recording, measured on the camera view's own clock.
+const recordFrom = await evaluate(`${byId('camera-view')}.currentTime`);
+await until(`${byId('camera-view')}.currentTime >= ${recordFrom + 1.5}`, 'a second and a half of recording');
 await click('camera-stop');
 await resolvedWith(/"http:\/\/[^"]*\/files\/[^"]*\.mp4"/);
 const seconds = await until(`(() => { const v = ${byId('result-media')};
@@ -144,13 +134,13 @@ assert.match(a.answer, /no image selected/);
 console.log('cancel: rejected with', JSON.parse(a.answer).payload);
 
 // 5. The browser's location: the switch feeds the overridden position to a photo waiting for a fix.
-await page('Emulation.setGeolocationOverride', {latitude: 48.858370, longitude: 2.294481, accuracy: 12});
+await context.setGeolocation({latitude: 48.858370, longitude: 2.294481, accuracy: 12});
 await click('loc-browser');
 await until(`${byId('loc-browser-state')}.textContent.includes('48.85837')`, 'the browser position');
 await request([50, 1, 1, null, null, 0, 0, false, false, false, null, false, true]);
 await visible('picker');
 await chooseFile(photo);
-await resolvedWith(/velqor_photo_\d{14}\.jpg/);
+await resolvedWith(/velqor_photo_\d{14}(_\d+)?\.jpg/);
 await until(`${byId('meta-after')}.textContent.includes('"Latitude": 48.85837')`, 'the GPS latitude in the file');
 const gps = JSON.parse(await textOf('meta-after'))['{GPS}'];
 assert.equal(gps.LatitudeRef, 'N');
@@ -202,7 +192,7 @@ await visible('picker-library');
 await until(`document.querySelector('#library-grid button')`, 'the library grid');
 await evaluate(`${byId('picker-crop')}.value = '10,20,160,120', true`);
 await evaluate(`document.querySelector('#library-grid button').click(), true`);
-await resolvedWith(/velqor_photo_\d{14}\.jpg/);
+await resolvedWith(/velqor_photo_\d{14}(_\d+)?\.jpg/);
 size = await loadedImage('the cropped pick');
 assert.deepEqual(size, [160, 120]);
 await until(`${byId('meta-before')}.textContent.includes('PixelWidth')`, 'the metadata before of the pick');
@@ -221,7 +211,7 @@ for (const name of ['camera-photo-file', 'camera-denied-settings', 'library-pick
 writeFileSync(join(scenarios, 'broken.json'), '{"name": "broken", "steps": [');
 const demo = spawnSync(cameraBin, ['demo', '--scenarios', scenarios, '--out', join(work, 'report')], {encoding: 'utf8'});
 assert.equal(demo.status, 1, demo.stdout + demo.stderr);
-await page('Page.navigate', {url: 'file://' + join(work, 'report', 'index.html')});
+await tab.goto('file://' + join(work, 'report', 'index.html'));
 await until(`document.readyState === 'complete' && document.querySelectorAll('section.scenario').length === 4`, 'the report');
 const rows = await evaluate(`[...document.querySelectorAll('table.index tr')].slice(1).map((r) => r.textContent)`);
 assert.ok(rows.some((r) => r.startsWith('brokennot run')), rows.join('\n'));
@@ -233,7 +223,7 @@ console.log(`demo report: ${rows.length} scenarios listed, the malformed one as 
 
 clearTimeout(deadline);
 await browser.close();
-server.kill('SIGTERM');
-await new Promise((resolve) => { server.exitCode !== null ? resolve() : server.on('exit', resolve); });
+const end = await host.stop();
+assert.equal(end.code, 0, `the host ended with ${JSON.stringify(end)}`);
 console.log('PASS');
 process.exit(0);

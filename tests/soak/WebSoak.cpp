@@ -43,7 +43,7 @@ bool capture(httplib::Client& client, const std::string& photo, size_t& answersS
   if (!call || call->status != 200) return std::cerr << "call failed\n", false;
   for (int i = 0; i < 2000; ++i) {
     auto state = client.Get("/api/state?answers=" + std::to_string(answersSeen) + "&events=999999999");
-    if (state && nlohmann::json::parse(state->body)["screen"].size() == 1) break;
+    if (state && nlohmann::json::parse(state->body)["screen"]["picker"].is_object()) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   httplib::MultipartFormDataItems items{{"file", photo, "p.jpg", "image/jpeg"}, {"kind", "photo", "", ""}};
@@ -55,7 +55,10 @@ bool capture(httplib::Client& client, const std::string& photo, size_t& answersS
     const auto answers = nlohmann::json::parse(state->body)["answers"];
     if (!answers.empty()) {
       answersSeen += answers.size();
-      const std::string uri = answers.back()["payload"]["callbackURI"];
+      // The summary carries no payload: the answer itself is read by its index.
+      auto whole = client.Get("/api/answers/" + std::to_string(answers.back()["index"].get<size_t>()));
+      if (!whole || whole->status != 200) return std::cerr << "answer not served\n", false;
+      const std::string uri = nlohmann::json::parse(whole->body)["payload"]["callbackURI"];
       if (uri.rfind("data:image/jpeg;base64,", 0) != 0) return std::cerr << "not a data URL\n", false;
       return true;
     }

@@ -1,43 +1,16 @@
 'use strict';
-// The page side of the web host: `velqor.call(operation, args)` returns a
-// promise that the command's answer settles, and the simulated device's
-// screens (picker, alert) are drawn here for the user to act on: with the
-// browser's camera, a file, a library pick, an alert button or a location fix.
+// The control panel of the web host: calls the plug-in with positional
+// arguments (`velqor.call(operation, args)` returns a promise that the
+// command's answer settles), sets up the device, and draws the simulated
+// device's screens (picker, alert) for the user to act on: with the browser's
+// camera, a file, a library pick, an alert button or a location fix.
 
 const $ = (id) => document.getElementById(id);
 const ACCESS = ['notDetermined', 'restricted', 'denied', 'authorized', 'limited'];
 
-async function api(path, body) {
-  const init = body === undefined ? {} : {
-    method: 'POST',
-    // The server refuses state-changing requests without this header, which
-    // a page of another site cannot send.
-    headers: body instanceof FormData ? {'X-Velqor-Request': '1'}
-                                      : {'Content-Type': 'application/json', 'X-Velqor-Request': '1'},
-    body: body instanceof FormData ? body : JSON.stringify(body),
-  };
-  const res = await fetch(path, init);
-  const json = await res.json().catch(() => ({error: 'the server sent no JSON'}));
-  if (!res.ok) throw new Error(json.error || `HTTP ${res.status}`);
-  return json;
-}
-
-// The bridge: one pending promise per command, settled by its final answer.
-const velqor = {
-  pending: new Map(),
-  call(operation, args) {
-    return api('/api/call', {operation, args}).then(({callbackId}) =>
-      new Promise((resolve, reject) => this.pending.set(callbackId, {resolve, reject})));
-  },
-  settle(answer) {
-    const waiter = this.pending.get(answer.callbackId);
-    if (!waiter || answer.keepCallback) return;
-    this.pending.delete(answer.callbackId);
-    if (answer.status === 'OK') waiter.resolve(answer.payload);
-    else waiter.reject({status: answer.status, payload: answer.payload});
-  },
-};
-window.velqor = velqor;
+// Requests and calls go through the bridge (bridge.js, loaded before this script).
+const api = (path, body) => window.velqor.api(path, body);
+const velqor = {call: (operation, args) => window.velqor.call(operation, args)};
 
 // Notices: what just happened, coloured by kind ('ok', 'info' or 'error').
 function notice(text, kind = 'error') {
@@ -310,35 +283,28 @@ function eventItem(e) {
   return li;
 }
 
-// ---- polling ---------------------------------------------------------------
+// ---- the pushed state -----------------------------------------------------
 
-let answersSeen = 0;
-let eventsSeen = 0;
+let deviceShown = false;
 
-async function poll() {
-  try {
-    const s = await api(`/api/state?answers=${answersSeen}&events=${eventsSeen}`);
-    $('connection').textContent = 'connected';
-    answersSeen = s.answerCount;
-    eventsSeen = s.eventCount;
-    if (s.events.length) {
-      $('events').prepend(...s.events.reverse().map(eventItem));
-      // A page left open for days keeps the recent events only, as the server does.
-      while ($('events').children.length > 500) $('events').lastElementChild.remove();
-      $('events').scrollTop = 0;
-    }
-    for (const a of s.answers) velqor.settle(a);
-    drawScreen(s.screen);
-    drawOpen(s.open || []);
-    locationWaiting = s.locationStarted;
-    $('loc-state').textContent = s.locationStarted ? 'a photo waits for a fix' : '';
-    deliverBrowserFixIfWaited();
-    if (!poll.deviceShown) { showDevice(s.device); poll.deviceShown = true; }
-  } catch (e) {
-    $('connection').textContent = 'disconnected: ' + e.message;
+function showState(message, s) {
+  if (message.events && message.events.length) {
+    $('events').prepend(...[...message.events].reverse().map(eventItem));
+    // A page left open for days keeps the recent events only, as the server does.
+    while ($('events').children.length > 500) $('events').lastElementChild.remove();
+    $('events').scrollTop = 0;
   }
-  setTimeout(poll, 200);
+  drawScreen(s.screen);
+  drawOpen(s.open || []);
+  locationWaiting = s.locationStarted;
+  $('loc-state').textContent = s.locationStarted ? 'a photo waits for a fix' : '';
+  deliverBrowserFixIfWaited();
+  if (!deviceShown && s.device) { showDevice(s.device); deviceShown = true; }
 }
+
+window.addEventListener('velqorconnection', (e) => {
+  $('connection').textContent = e.detail.connected ? 'connected' : 'disconnected: ' + e.detail.why;
+});
 
 document.addEventListener('DOMContentLoaded', () => {
   fillSelect('dev-camera-access', ACCESS.slice(0, 4));
@@ -358,5 +324,6 @@ document.addEventListener('DOMContentLoaded', () => {
   $('picker-use').addEventListener('click', () => useChosenFile($('picker-file').files[0]));
   $('picker-cancel').addEventListener('click', cancelPicker);
   acceptDrops($('drop-zone'));
-  poll();
+  $('connection').textContent = window.velqor.currentState().connected ? 'connected' : 'connecting…';
+  window.velqor.subscribe(showState);
 });

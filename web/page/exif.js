@@ -1,8 +1,9 @@
 'use strict';
-// A camera's JPEG carries the moment it was taken in its EXIF block; a frame
-// that the browser encodes has none. `withCaptureTime` puts a minimal EXIF
-// block (orientation up, DateTimeOriginal and its UTC offset) right after the
-// JPEG's start-of-image marker, as a camera writes it.
+// EXIF in the page. A camera's JPEG carries the moment it was taken in its
+// EXIF block; a frame that the browser encodes has none. `withCaptureTime`
+// puts a minimal EXIF block (orientation up, DateTimeOriginal and its UTC
+// offset) right after the JPEG's start-of-image marker, as a camera writes it.
+// `readGps` reads the location a JPEG's EXIF block holds.
 
 // "YYYY:MM:DD HH:MM:SS" and "+HH:MM" in local time.
 function exifDateParts(date) {
@@ -61,4 +62,64 @@ async function withCaptureTime(jpeg, date) {
   return new Blob([bytes.subarray(0, 2), exifSegment(date), bytes.subarray(2)], {type: 'image/jpeg'});
 }
 
-window.velqorExif = {withCaptureTime, exifDateParts};
+// The GPS position of a JPEG's EXIF block: {latitude, longitude, altitude}
+// in signed degrees and metres (altitude null when absent), or null when the
+// file holds no EXIF GPS. Reads only inside the bytes given; a malformed
+// block gives null.
+function readGps(buffer) {
+  const bytes = new Uint8Array(buffer);
+  const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+  if (bytes.length < 4 || view.getUint16(0) !== 0xffd8) return null;
+  for (let at = 2; at + 4 <= bytes.length;) {
+    if (bytes[at] !== 0xff) return null;
+    const marker = bytes[at + 1];
+    if (marker === 0xda || marker === 0xd9) return null;  // image data: no EXIF before it
+    const length = view.getUint16(at + 2);
+    if (marker === 0xe1 && length >= 8 && at + 2 + length <= bytes.length &&
+        String.fromCharCode(...bytes.subarray(at + 4, at + 10)) === 'Exif\0\0')
+      return gpsOfTiff(new DataView(bytes.buffer, bytes.byteOffset + at + 10, length - 8));
+    at += 2 + length;
+  }
+  return null;
+}
+
+function gpsOfTiff(tiff) {
+  try {
+    const little = tiff.getUint16(0) === 0x4949;
+    const u16 = (o) => tiff.getUint16(o, little);
+    const u32 = (o) => tiff.getUint32(o, little);
+    // The entries of the IFD at `offset`: tag -> {type, count, value offset}.
+    const entries = (offset) => {
+      const out = new Map();
+      for (let i = 0, n = u16(offset); i < n; ++i) {
+        const e = offset + 2 + 12 * i;
+        out.set(u16(e), {type: u16(e + 2), count: u32(e + 4), at: u32(e + 4) * (u16(e + 2) === 5 ? 8 : 1) > 4 ? u32(e + 8) : e + 8});
+      }
+      return out;
+    };
+    const gpsPointer = entries(u32(4)).get(0x8825);
+    if (!gpsPointer) return null;
+    const gps = entries(u32(gpsPointer.at));
+    const rationals = (e) => Array.from({length: e.count}, (_, i) => u32(e.at + 8 * i) / (u32(e.at + 8 * i + 4) || NaN));
+    const ref = (tag) => (gps.has(tag) ? String.fromCharCode(tiff.getUint8(gps.get(tag).at)) : '');
+    const degrees = (tag, negative) => {
+      const e = gps.get(tag);
+      if (!e || e.type !== 5 || e.count !== 3) return null;
+      const [d, m, s] = rationals(e);
+      const value = d + m / 60 + s / 3600;
+      return Number.isFinite(value) ? (ref(tag - 1) === negative ? -value : value) : null;
+    };
+    const latitude = degrees(2, 'S');
+    const longitude = degrees(4, 'W');
+    if (latitude === null || longitude === null) return null;
+    const alt = gps.get(6);
+    let altitude = alt && alt.type === 5 ? rationals({...alt, count: 1})[0] : null;
+    if (altitude !== null && gps.has(5) && tiff.getUint8(gps.get(5).at) === 1) altitude = -altitude;
+    return {latitude, longitude, altitude: Number.isFinite(altitude) ? altitude : null};
+  } catch (e) {
+    if (e instanceof RangeError) return null;  // an offset past the block's end
+    throw e;
+  }
+}
+
+window.velqorExif = {withCaptureTime, exifDateParts, readGps};

@@ -8,8 +8,18 @@
 let shownScreen = '';
 let picker = null;  // the picker on the screen, as the device describes it
 
+// The screen's top, as a presented-screen entry, whichever shape the host sends.
+function topOf(screen) {
+  if (Array.isArray(screen)) return screen[screen.length - 1];
+  if (!screen) return null;
+  if (screen.alert) return {event: 'alertShown', ...screen.alert,
+                            buttons: screen.alert.buttons.map((b) => (typeof b === 'string' ? b : b.title))};
+  if (screen.picker) return {event: 'pickerPresented', ...screen.picker, source: screen.picker.sourceType ?? screen.picker.source};
+  return null;
+}
+
 function drawScreen(screen) {
-  const top = screen[screen.length - 1];
+  const top = topOf(screen);
   const key = JSON.stringify(top || null);
   if (key === shownScreen) return;
   shownScreen = key;
