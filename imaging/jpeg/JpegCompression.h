@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 
 #include "host/Value.h"
 #include "imaging/jpeg/LibjpegErrors.h"
@@ -32,6 +33,25 @@ struct JpegCompression {
   JpegCompression& operator=(const JpegCompression&) = delete;
   ~JpegCompression() {
     if (created) jpeg_destroy_compress(&info);
+  }
+
+  // Rows handed to libjpeg at a time by the streaming encoders: one 4:2:0 MCU row.
+  static constexpr int kStripRows = 16;
+
+  // Writes `rows` (at most kStripRows) rows that lie `stride` bytes apart;
+  // false when libjpeg reported an error.
+  bool writeStrip(const std::uint8_t* strip, int rows, size_t stride) {
+    if (setjmp(errors.jump)) return false;
+    JSAMPROW pointers[kStripRows];
+    for (int i = 0; i < rows; ++i) pointers[i] = const_cast<JSAMPROW>(strip + stride * static_cast<size_t>(i));
+    jpeg_write_scanlines(&info, pointers, static_cast<JDIMENSION>(rows));
+    return true;
+  }
+
+  bool finish() {
+    if (setjmp(errors.jump)) return false;
+    jpeg_finish_compress(&info);
+    return true;
   }
 
   void open(size_t expectedBytes) {

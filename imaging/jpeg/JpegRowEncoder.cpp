@@ -9,7 +9,7 @@
 namespace velqor {
 namespace {
 
-constexpr int kStripRows = 16;  // one 4:2:0 MCU row
+constexpr int kStripRows = JpegCompression::kStripRows;
 
 // Each function below holds its own setjmp frame with only trivial locals, so
 // a libjpeg error jumps back over no destructor.
@@ -30,20 +30,6 @@ bool startEncoding(JpegCompression& c, const RowStream& rows, const JpegReencode
   return true;
 }
 
-bool writeLines(JpegCompression& c, const std::uint8_t* strip, int rows, size_t stride) {
-  if (setjmp(c.errors.jump)) return false;
-  JSAMPROW pointers[kStripRows];
-  for (int i = 0; i < rows; ++i) pointers[i] = const_cast<JSAMPROW>(strip + stride * static_cast<size_t>(i));
-  jpeg_write_scanlines(&c.info, pointers, static_cast<JDIMENSION>(rows));
-  return true;
-}
-
-bool finishEncoding(JpegCompression& c) {
-  if (setjmp(c.errors.jump)) return false;
-  jpeg_finish_compress(&c.info);
-  return true;
-}
-
 }  // namespace
 
 StatusOr<Bytes> JpegRowEncoder::encode(RowStream& rows, const JpegReencodeRequest& request, size_t expectedBytes) {
@@ -55,9 +41,9 @@ StatusOr<Bytes> JpegRowEncoder::encode(RowStream& rows, const JpegReencodeReques
   JpegCompression& compression = *c;
   RETURN_IF_ERROR(RowPump::run(
       rows, kStripRows,
-      [&compression, stride](const std::uint8_t* strip, int n) { return writeLines(compression, strip, n, stride); },
+      [&compression, stride](const std::uint8_t* strip, int n) { return compression.writeStrip(strip, n, stride); },
       Status::internal("cannot encode JPEG: " + std::string("the encoder stopped"))));
-  if (!finishEncoding(*c)) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  if (!c->finish()) return Status::internal("cannot encode JPEG: " + c->errors.text());
   return std::move(c->out);
 }
 

@@ -12,7 +12,7 @@
 namespace velqor {
 namespace {
 
-constexpr int kStripRows = 16;  // one 4:2:0 MCU row
+constexpr int kStripRows = JpegCompression::kStripRows;
 constexpr int kStrips = 4;
 
 // Each function below holds its own setjmp frame with only trivial locals, so
@@ -59,20 +59,6 @@ bool startEncoding(JpegCompression& c, const jpeg_decompress_struct& source, con
   return true;
 }
 
-bool writeLines(JpegCompression& c, const std::uint8_t* strip, int rows, size_t stride) {
-  if (setjmp(c.errors.jump)) return false;
-  JSAMPROW pointers[kStripRows];
-  for (int i = 0; i < rows; ++i) pointers[i] = const_cast<JSAMPROW>(strip + stride * static_cast<size_t>(i));
-  jpeg_write_scanlines(&c.info, pointers, static_cast<JDIMENSION>(rows));
-  return true;
-}
-
-bool finishEncoding(JpegCompression& c) {
-  if (setjmp(c.errors.jump)) return false;
-  jpeg_finish_compress(&c.info);
-  return true;
-}
-
 // The decoding thread: strips until the image ends, an error, or the encoder stops.
 void decodeStrips(JpegDecompression& d, RowHandOff& handOff, size_t stride) {
   bool ok = startDecoding(d);
@@ -110,7 +96,7 @@ StatusOr<Bytes> JpegScanlinePath::reencode(std::span<const std::uint8_t> jpeg, c
   std::thread decoder([&] { decodeStrips(*d, handOff, stride); });
   bool encoded = true;
   while (auto strip = handOff.next()) {
-    encoded = writeLines(*c, strip->data, strip->rows, stride);
+    encoded = c->writeStrip(strip->data, strip->rows, stride);
     handOff.release();
     if (!encoded) {
       handOff.cancel();
@@ -119,7 +105,7 @@ StatusOr<Bytes> JpegScanlinePath::reencode(std::span<const std::uint8_t> jpeg, c
   }
   decoder.join();
   if (encoded && !handOff.producerSucceeded()) return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
-  if (!encoded || !finishEncoding(*c)) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  if (!encoded || !c->finish()) return Status::internal("cannot encode JPEG: " + c->errors.text());
   return std::move(c->out);
 }
 
