@@ -101,5 +101,23 @@ INSTANTIATE_TEST_SUITE_P(Values, LocationManagerWrites,
                                            HostWrite{"number", HostWrite::number, false, true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// A fix sent the moment the phone shows that the location service started
+// (as the web host's test kit does) reaches the photo waiting for it.
+class FixSentWhenTheStartShows : public LocationManagerProperty {
+ protected:
+  void SetUp() override { build(SimDeviceState{}); }
+};
+
+TEST_F(FixSentWhenTheStartShows, ReachesTheWaitingPhoto) {
+  events_->setListener([this](const nlohmann::ordered_json& e) {
+    if (e["event"] == "locationStarted") location_->deliverNow({48.85837, 2.294481, 35, std::chrono::system_clock::now()});
+  });
+  photoWaitingForItsFix();
+  events_->setListener(nullptr);
+  locationQueue_->runUntilIdle();
+  runAllMedia();
+  EXPECT_TRUE(answeredWithGps());
+}
+
 }  // namespace
 }  // namespace velqor

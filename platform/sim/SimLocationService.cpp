@@ -68,13 +68,15 @@ std::shared_ptr<LocationManager> SimLocationService::makeManager() {
 }
 
 void SimLocationService::started(const std::shared_ptr<LocationManager>& manager) {
-  ++started_;
-  if (events_) events_->record({{"event", "locationStarted"}});
   auto sim = std::static_pointer_cast<SimLocationManager>(manager);
+  // The manager is listed before anyone can learn that it started: a fix
+  // posted the moment the event shows must find it.
   {
     std::lock_guard lock(mutex_);
     startedManagers_.push_back(manager);
   }
+  ++started_;
+  if (events_) events_->record({{"event", "locationStarted"}});
   // Fixes reach a manager only while someone holds it, as a released phone
   // manager hears nothing more.
   std::weak_ptr<SimLocationManager> weak = sim;
