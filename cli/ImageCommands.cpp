@@ -58,14 +58,14 @@ int reportFit(const std::string& out, const PlatformImage& image, size_t bytes, 
   return kExitOk;
 }
 
-// The PNG streamed into a new file beside `out`, renamed over it when whole;
-// failedPrecondition when the image takes no streamed road.
-StatusOr<size_t> writeStreamedPng(LinuxImageCodec& codec, const PlatformImage& image, const std::string& out) {
+// The file `write` makes, streamed into a new file beside `out` and renamed
+// over it when whole; `write`'s error when it takes no streamed road.
+StatusOr<size_t> writeStreamed(const std::string& out, UniqueFunction<Status(ByteSink)> write) {
   std::string partial = out + ".partial-XXXXXX";
   UniqueFd fd(::mkstemp(partial.data()));
   if (!fd.valid()) return Status::unavailable(std::string("cannot create a file beside it: ") + std::strerror(errno));
   size_t total = 0;
-  Status written = codec.writePngRows(image, [&](const std::uint8_t* data, size_t size) {
+  Status written = write([&](const std::uint8_t* data, size_t size) {
     for (size_t done = 0; done < size;) {
       const ssize_t n = ::write(fd.get(), data + done, size - done);
       if (n < 0 && errno == EINTR) continue;
@@ -155,14 +155,18 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         Console::error(fitPath + ": the image could not be drawn");
         return kExitFailure;
       }
-      if (fitPng) {
-        // A full-size PNG goes to the file as it is made; the file appears whole or not at all.
-        auto streamed = writeStreamedPng(codec, *image, fitOut);
-        if (streamed.ok()) return reportFit(fitOut, *image, *streamed, start);
-        if (streamed.status().code() != Status::Code::failedPrecondition) {
-          Console::error(fitOut + ": " + streamed.status().message());
-          return kExitFailure;
-        }
+      // A picture at full size goes to the file as it is made, never whole in
+      // memory; the file appears whole or not at all. A JPEG source that no
+      // re-encode road takes is drawn below, where its failure is explained.
+      auto streamed = writeStreamed(fitOut, [&](ByteSink sink) {
+        return fitPng ? codec.writePngRows(*image, std::move(sink))
+                      : codec.writeJpegRows(*image, fitQuality / 100.0, std::move(sink));
+      });
+      if (streamed.ok()) return reportFit(fitOut, *image, *streamed, start);
+      const auto failure = streamed.status().code();
+      if (failure == Status::Code::unavailable || (fitPng && failure != Status::Code::failedPrecondition)) {
+        Console::error(fitOut + ": " + streamed.status().message());
+        return kExitFailure;
       }
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) return explainFailure(codec, fitPath, *bytes, *image);

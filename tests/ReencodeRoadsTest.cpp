@@ -88,6 +88,38 @@ TEST_P(JpegReencodeRoads, MatchTheWholeBitmapRoadWithinAThirdOfADecibel) {
   EXPECT_GE(fastDb, slowDb - 0.3) << "fast " << fastDb << " dB, whole bitmap " << slowDb << " dB";
 }
 
+// A road writing into a sink hands over exactly the file it would return, a
+// step at a time; a sink that refuses stops the road with that failure.
+TEST_P(JpegReencodeRoads, StreamTheSameFileIntoASink) {
+  const RoadCase& c = GetParam();
+  if (c.expected == Road::wholeBitmap) GTEST_SKIP() << "no road takes this file";
+  auto source = JpegCodec::encode(SampleImages::scene(c.width, c.height), c.sourceQuality / 100.0);
+  ASSERT_TRUE(source.ok());
+  auto inMemory = JpegReencoder::reencode(*source, {c.targetQuality, c.transform, {}, nullptr}, DecodeLimits{});
+  ASSERT_TRUE(inMemory.ok()) << inMemory.status().message();
+
+  Bytes streamed;
+  int handOvers = 0;
+  ByteSink keep = [&](const std::uint8_t* data, size_t size) {
+    streamed.insert(streamed.end(), data, data + size);
+    ++handOvers;
+    return true;
+  };
+  auto out = JpegReencoder::reencode(*source, {c.targetQuality, c.transform, {}, nullptr, &keep}, DecodeLimits{});
+  ASSERT_TRUE(out.ok()) << out.status().message();
+  EXPECT_EQ(out->road, inMemory->road);
+  EXPECT_TRUE(out->bytes.empty()) << "the file went to the sink, not into memory";
+  EXPECT_EQ(streamed, inMemory->bytes);
+  EXPECT_GE(handOvers, 1);
+
+  int offered = 0;
+  ByteSink refuse = [&](const std::uint8_t*, size_t) { return ++offered, false; };
+  auto refused = JpegReencoder::reencode(*source, {c.targetQuality, c.transform, {}, nullptr, &refuse}, DecodeLimits{});
+  ASSERT_FALSE(refused.ok());
+  EXPECT_EQ(refused.status().code(), Status::Code::unavailable) << refused.status().message();
+  EXPECT_EQ(offered, 1) << "nothing more is offered once the sink said no";
+}
+
 INSTANTIATE_TEST_SUITE_P(
     QualitiesAndTurns, JpegReencodeRoads,
     ::testing::Values(

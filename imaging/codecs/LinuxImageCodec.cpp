@@ -63,18 +63,28 @@ std::optional<Bytes> LinuxImageCodec::jpegRepresentation(const PlatformImage& im
 }
 
 std::optional<Bytes> LinuxImageCodec::reencodeJpegSource(const PlatformImage& image, double quality) const {
+  auto out = reencodeJpeg(image, quality, nullptr);
+  if (!out.ok()) return std::nullopt;
+  return std::move(*out);
+}
+
+StatusOr<Bytes> LinuxImageCodec::reencodeJpeg(const PlatformImage& image, double quality, ByteSink* sink) const {
   // Only the stored pixels, permuted at most: then the answer is the same
   // pixels without the whole bitmap, at any size.
-  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg") return std::nullopt;
+  if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg")
+    return Status::failedPrecondition("only a JPEG source at its stored size is re-encoded");
   auto bytes = image.source()->encodedBytes();
-  if (!bytes) return std::nullopt;
+  if (!bytes) return Status::failedPrecondition("the source keeps no bytes");
   // The roads take any size.
   const int orientation = ImageOrientation::toExif(image.imageOrientation());
   JpegReencodeRequest request{JpegCodec::libjpegQuality(quality), image.transform(),
-                              orientation == 1 ? Bytes{} : ExifOrientation::app1(orientation), image.iccProfile()};
-  auto out = JpegReencoder::reencode(*bytes, request, limits_);
-  if (!out.ok()) return std::nullopt;
-  return std::move(out->bytes);
+                              orientation == 1 ? Bytes{} : ExifOrientation::app1(orientation), image.iccProfile(), sink};
+  ASSIGN_OR_RETURN(auto out, JpegReencoder::reencode(*bytes, request, limits_));
+  return std::move(out.bytes);
+}
+
+Status LinuxImageCodec::writeJpegRows(const PlatformImage& image, double quality, ByteSink sink) const {
+  return reencodeJpeg(image, quality, &sink).status();
 }
 
 std::optional<Bytes> LinuxImageCodec::pngRepresentation(const PlatformImage& image) {
@@ -97,7 +107,7 @@ std::optional<Bytes> LinuxImageCodec::refused(const PlatformImage& image, const 
   return std::nullopt;
 }
 
-Status LinuxImageCodec::writePngRows(const PlatformImage& image, PngRowEncoder::Sink sink) const {
+Status LinuxImageCodec::writePngRows(const PlatformImage& image, ByteSink sink) const {
   if (!reencodeRoads_ || !image.isSourcePermuted() || image.source()->typeName() != "jpeg")
     return Status::failedPrecondition("only a JPEG source at its stored size streams");
   auto bytes = image.source()->encodedBytes();

@@ -41,7 +41,11 @@ class LinuxImageCodec final : public ImageCodec {
   // The PNG representation of a JPEG source drawn only by permutation, its
   // bytes handed to `sink` as they are made (a file, never the whole PNG in
   // memory); failedPrecondition when the image takes no such road.
-  Status writePngRows(const PlatformImage& image, PngRowEncoder::Sink sink) const;
+  Status writePngRows(const PlatformImage& image, ByteSink sink) const;
+  // The JPEG representation of the same images, re-encoded from the source's
+  // own bytes (JpegReencoder) into `sink`; failedPrecondition when no road
+  // takes the image, unavailable when the sink refused bytes.
+  Status writeJpegRows(const PlatformImage& image, double quality, ByteSink sink) const;
 
   // The source for bytes, whatever their container.
   StatusOr<std::shared_ptr<const ImageSource>> source(std::shared_ptr<const Bytes> bytes) const;
@@ -50,6 +54,8 @@ class LinuxImageCodec final : public ImageCodec {
   // A JPEG source drawn only by permutation, re-encoded from its own bytes
   // (JpegReencoder); none when no such road takes it.
   std::optional<Bytes> reencodeJpegSource(const PlatformImage& image, double quality) const;
+  // The same into `sink` when given (then the bytes are empty), or why not.
+  StatusOr<Bytes> reencodeJpeg(const PlatformImage& image, double quality, ByteSink* sink) const;
   // A JPEG source drawn only by permutation, streamed to PNG row by row; none
   // when the source is not one JpegRowStream takes.
   std::optional<Bytes> streamedPng(const PlatformImage& image) const;

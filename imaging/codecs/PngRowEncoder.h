@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "host/StatusOr.h"
-#include "host/UniqueFunction.h"
 #include "host/Value.h"
+#include "imaging/ByteSink.h"
 #include "imaging/RowStream.h"
 
 namespace velqor {
@@ -18,8 +18,7 @@ namespace velqor {
 // Threads: any; each call makes its own encoder and one reading thread.
 class PngRowEncoder {
  public:
-  // Receives the file's bytes in order; returns false to stop (a write failed).
-  using Sink = UniqueFunction<bool(const std::uint8_t*, size_t)>;
+  using Sink = ByteSink;
   static Status encode(RowStream& rows, const std::shared_ptr<const Bytes>& iccProfile, Sink sink);
   // The same into memory.
   static StatusOr<Bytes> encode(RowStream& rows, const std::shared_ptr<const Bytes>& iccProfile);

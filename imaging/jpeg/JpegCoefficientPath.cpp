@@ -168,7 +168,7 @@ bool readCoefficients(JpegDecompression& d, jvirt_barray_ptr*& arrays) {
 
 bool configureOutput(JpegCompression& c, int width, int height, const JpegReencodeRequest& r, size_t expected) {
   if (setjmp(c.errors.jump)) return false;
-  c.open(expected);
+  c.open(expected, r.sink);
   c.info.image_width = static_cast<JDIMENSION>(width);
   c.info.image_height = static_cast<JDIMENSION>(height);
   c.info.input_components = 3;
@@ -279,6 +279,7 @@ StatusOr<Bytes> JpegCoefficientPath::reencode(std::span<const std::uint8_t> jpeg
     tokens[static_cast<size_t>(ci)] = feed->token(ci);
   }
   if (!writeOutput(*c, *feed, tokens.data(), r)) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  if (c->sinkRefused) return Status::unavailable("cannot write the JPEG: its bytes were not kept");
   return std::move(c->out);
 }
 

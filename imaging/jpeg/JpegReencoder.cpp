@@ -10,10 +10,23 @@
 namespace velqor {
 
 StatusOr<JpegReencoder::Reencoded> JpegReencoder::reencode(std::span<const std::uint8_t> jpeg,
-                                                           const JpegReencodeRequest& request,
+                                                           const JpegReencodeRequest& asked,
                                                            const DecodeLimits& limits) {
+  // A road that failed after handing bytes to the sink leaves a file begun:
+  // no other road can finish it, so that failure is the answer.
+  size_t handedOver = 0;
+  ByteSink counted;
+  JpegReencodeRequest request = asked;
+  if (asked.sink) {
+    counted = [&handedOver, &asked](const std::uint8_t* data, size_t size) {
+      handedOver += size;
+      return (*asked.sink)(data, size);
+    };
+    request.sink = &counted;
+  }
   auto coefficients = JpegCoefficientPath::reencode(jpeg, request, limits);
   if (coefficients.ok()) return Reencoded{std::move(*coefficients), Road::coefficients};
+  if (handedOver > 0) return coefficients.status();
   if (request.transform == Dihedral::identity) {
     auto scanlines = JpegScanlinePath::reencode(jpeg, request);
     if (scanlines.ok()) return Reencoded{std::move(*scanlines), Road::scanlines};

@@ -16,7 +16,7 @@ constexpr int kStripRows = JpegCompression::kStripRows;
 
 bool startEncoding(JpegCompression& c, const RowStream& rows, const JpegReencodeRequest& r, size_t expectedBytes) {
   if (setjmp(c.errors.jump)) return false;
-  c.open(expectedBytes);
+  c.open(expectedBytes, r.sink);
   c.info.image_width = static_cast<JDIMENSION>(rows.width());
   c.info.image_height = static_cast<JDIMENSION>(rows.height());
   c.info.input_components = rows.channels();
@@ -39,11 +39,16 @@ StatusOr<Bytes> JpegRowEncoder::encode(RowStream& rows, const JpegReencodeReques
   if (!startEncoding(*c, rows, request, expectedBytes)) return Status::internal("cannot encode JPEG: " + c->errors.text());
   const size_t stride = rows.stride();
   JpegCompression& compression = *c;
-  RETURN_IF_ERROR(RowPump::run(
+  const Status pumped = RowPump::run(
       rows, kStripRows,
-      [&compression, stride](const std::uint8_t* strip, int n) { return compression.writeStrip(strip, n, stride); },
-      Status::internal("cannot encode JPEG: " + std::string("the encoder stopped"))));
+      [&compression, stride](const std::uint8_t* strip, int n) {
+        return compression.writeStrip(strip, n, stride) && !compression.sinkRefused;
+      },
+      Status::internal("cannot encode JPEG: " + std::string("the encoder stopped")));
+  if (c->sinkRefused) return Status::unavailable("cannot write the JPEG: its bytes were not kept");
+  RETURN_IF_ERROR(pumped);
   if (!c->finish()) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  if (c->sinkRefused) return Status::unavailable("cannot write the JPEG: its bytes were not kept");
   return std::move(c->out);
 }
 

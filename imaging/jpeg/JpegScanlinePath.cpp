@@ -48,7 +48,7 @@ bool readLines(JpegDecompression& d, std::uint8_t* strip, int rows, size_t strid
 bool startEncoding(JpegCompression& c, const jpeg_decompress_struct& source, const JpegReencodeRequest& r,
                    size_t expectedBytes) {
   if (setjmp(c.errors.jump)) return false;
-  c.open(expectedBytes);
+  c.open(expectedBytes, r.sink);
   c.info.image_width = source.image_width;
   c.info.image_height = source.image_height;
   c.info.input_components = 3;
@@ -96,7 +96,7 @@ StatusOr<Bytes> JpegScanlinePath::reencode(std::span<const std::uint8_t> jpeg, c
   std::thread decoder([&] { decodeStrips(*d, handOff, stride); });
   bool encoded = true;
   while (auto strip = handOff.next()) {
-    encoded = c->writeStrip(strip->data, strip->rows, stride);
+    encoded = c->writeStrip(strip->data, strip->rows, stride) && !c->sinkRefused;
     handOff.release();
     if (!encoded) {
       handOff.cancel();
@@ -104,8 +104,10 @@ StatusOr<Bytes> JpegScanlinePath::reencode(std::span<const std::uint8_t> jpeg, c
     }
   }
   decoder.join();
+  if (c->sinkRefused) return Status::unavailable("cannot write the JPEG: its bytes were not kept");
   if (encoded && !handOff.producerSucceeded()) return Status::dataLoss("cannot decode JPEG: " + d->errors.text());
   if (!encoded || !c->finish()) return Status::internal("cannot encode JPEG: " + c->errors.text());
+  if (c->sinkRefused) return Status::unavailable("cannot write the JPEG: its bytes were not kept");
   return std::move(c->out);
 }
 
