@@ -16,7 +16,7 @@ namespace velqor {
 // (within the route's limit and the server's buffer budget); a multipart
 // upload streams its "file" part into a new file of the uploads folder and
 // keeps its small fields. Every byte counts against the route's limit as it
-// arrives, chunked bodies included. An upload nobody took is removed with the
+// arrives (a Content-Length is only a claim). An upload nobody took is removed with the
 // exchange.
 //
 // Threads: the connection's thread only.

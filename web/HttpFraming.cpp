@@ -42,7 +42,12 @@ std::optional<RequestGuard::Refusal> HttpFraming::check(const Fields& fields) {
   if (transferEncoding && length)
     return RequestGuard::Refusal{400, "a request must not carry both Content-Length and Transfer-Encoding"};
   if (transferEncoding && (codings.size() != 1 || codings[0] != "chunked"))
-    return RequestGuard::Refusal{400, "the only transfer coding accepted is chunked"};
+    return RequestGuard::Refusal{400, "a transfer coding other than chunked is not understood"};
+  // The HTTP library reads chunk sizes out of sight: a size it accepts (up to
+  // 64 bits) would hold the connection until a deadline. No page needs to
+  // send a body whose length it does not know, so none is read.
+  if (transferEncoding)
+    return RequestGuard::Refusal{411, "send the body with a Content-Length: this server reads no chunked bodies"};
   return std::nullopt;
 }
 

@@ -14,7 +14,8 @@ namespace velqor {
 // front of it can never disagree about it: a request with both
 // Content-Length and Transfer-Encoding, with Content-Lengths that differ or
 // are not plain numbers, or with any transfer coding but a single "chunked"
-// is refused with 400 (and its connection closed by the server).
+// is refused with 400, and a chunked body with 411 (a body is read only with
+// its length declared); the server closes the connection after either.
 //
 // Threads: any; pure.
 class HttpFraming {
