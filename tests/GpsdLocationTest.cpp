@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -148,7 +149,13 @@ class GpsdReplay : public testing::MediaHarness {
     std::vector<char*> envp;
     for (auto& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
-    const bool spawned = posix_spawn(&replay_, timeout.c_str(), &actions, nullptr, argv, envp.data()) == 0;
+    // A group of its own, so that stopping it reaches gpsfake and its gpsd too.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    const bool spawned = posix_spawn(&replay_, timeout.c_str(), &actions, &attributes, argv, envp.data()) == 0;
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (!spawned) replay_ = -1;
     return spawned;
@@ -156,8 +163,14 @@ class GpsdReplay : public testing::MediaHarness {
 
   void stopReplay() {
     if (replay_ > 0) {
-      ::kill(replay_, SIGTERM);
+      // gpsfake can miss its TERM (seen when its gpsd died first): the group
+      // gets a KILL if it is still there after a grace period.
+      ::kill(-replay_, SIGTERM);
+      UniqueFd exited(static_cast<int>(::syscall(SYS_pidfd_open, replay_, 0)));
+      pollfd ended{exited.get(), POLLIN, 0};
+      if (!exited.valid() || ::poll(&ended, 1, 5000) <= 0) ::kill(-replay_, SIGKILL);
       ::waitpid(replay_, nullptr, 0);
+      ::kill(-replay_, SIGKILL);  // whatever of the group outlived its leader
       replay_ = -1;
     }
     if (portLock_ >= 0) ::close(portLock_);
