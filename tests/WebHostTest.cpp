@@ -12,6 +12,7 @@
 #include "tests/TestDirectory.h"
 #include "web/ContainedFiles.h"
 #include "web/HttpFraming.h"
+#include "web/LinkFreeOpen.h"
 #include "web/IsoTime.h"
 #include "web/StaticFolder.h"
 #include "web/WebServer.h"
@@ -374,6 +375,51 @@ INSTANTIATE_TEST_SUITE_P(
                       StaticCase{"LinkToOutsideFile", "/escape.txt", 404, ""},
                       StaticCase{"ThroughLinkedFolder", "/out/secret.txt", 404, ""},
                       StaticCase{"Missing", "/none.js", 404, ""}),
+    [](const auto& info) { return info.param.name; });
+
+// A path one resolution left link-free is opened folder by folder; a part
+// that is a link by the time of the open (a folder swapped for a link after
+// the resolution) is refused, never followed out of the root.
+struct LinkFreeCase {
+  std::string name;
+  std::string path;  // below the test folder; "root/" is the root
+  bool opens;
+};
+
+class LinkFreeOpenTest : public ::testing::TestWithParam<LinkFreeCase> {
+ protected:
+  void SetUp() override {
+    dir_.write("root/a/b.txt", "inside");
+    dir_.write("outside/b.txt", "outside");
+    std::filesystem::create_symlink(dir_.path("outside"), dir_.path("root/swapped"));
+    std::filesystem::create_symlink(dir_.path("outside/b.txt"), dir_.path("root/a/link.txt"));
+    std::filesystem::create_symlink(dir_.path("root/a"), dir_.path("root/again"));
+  }
+  std::string root() const { return std::filesystem::canonical(dir_.path("root")).string(); }
+  testing::TestDirectory dir_;
+};
+
+TEST_P(LinkFreeOpenTest, OpensOnlyWhatLiesBelowWithoutALink) {
+  const auto& c = GetParam();
+  const std::string base = std::filesystem::canonical(dir_.root()).string() + "/";
+  UniqueFd fd = LinkFreeOpen::below(root(), base + c.path);
+  ASSERT_EQ(fd.valid(), c.opens);
+  if (!fd.valid()) return;
+  char text[16] = {};
+  ASSERT_GT(::read(fd.get(), text, sizeof text - 1), 0);
+  EXPECT_STREQ(text, "inside");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, LinkFreeOpenTest,
+    ::testing::Values(LinkFreeCase{"PlainFile", "root/a/b.txt", true},
+                      LinkFreeCase{"FolderSwappedForALink", "root/swapped/b.txt", false},
+                      LinkFreeCase{"LastPartALink", "root/a/link.txt", false},
+                      LinkFreeCase{"LinkStayingInside", "root/again/b.txt", false},
+                      LinkFreeCase{"OutsideTheRoot", "outside/b.txt", false},
+                      LinkFreeCase{"DotDotOut", "root/a/../../outside/b.txt", false},
+                      LinkFreeCase{"TheRootItself", "root", false},
+                      LinkFreeCase{"MissingFolder", "root/none/b.txt", false}),
     [](const auto& info) { return info.param.name; });
 
 struct FramingCase {

@@ -1,12 +1,13 @@
 #include "web/ContainedFiles.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <map>
+
+#include "web/LinkFreeOpen.h"
 
 namespace velqor {
 namespace {
@@ -38,15 +39,16 @@ StatusOr<ContainedFiles::Opened> ContainedFiles::open(const std::string& request
   }
   const std::string path = resolved(requested);
   if (path.empty()) return Status::notFound("no such file");
-  const bool inside = std::any_of(roots_.begin(), roots_.end(),
-                                  [&](const std::string& root) { return below(path, resolved(root)); });
-  if (!inside) return Status::notFound("no such file");
+  std::string root;
+  for (const auto& candidate : roots_)
+    if (std::string r = resolved(candidate); below(path, r)) root = std::move(r);
+  if (root.empty()) return Status::notFound("no such file");
   // Result files and library assets only: the library's database, its journal
   // and lock files, and anything else a folder may hold are not served.
   if (contentType(path) == "application/octet-stream") return Status::notFound("no such file");
-  // The resolved path has no links left; refusing one at open time closes the
-  // window in which the last component could be swapped for a link.
-  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  // The resolved path has no links left; opening it folder by folder without
+  // following one closes the window in which a part could be swapped for a link.
+  UniqueFd fd = LinkFreeOpen::below(root, path);
   if (!fd.valid()) return Status::notFound("no such file");
   struct stat st {};
   if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return Status::notFound("no such file");

@@ -1,12 +1,13 @@
 #include "web/StaticFolder.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <map>
+
+#include "web/LinkFreeOpen.h"
 
 namespace velqor {
 namespace {
@@ -36,9 +37,9 @@ StatusOr<ContainedFiles::Opened> StaticFolder::open(const std::string& path) con
   const std::string file = resolved(root + "/" + relative);
   if (file.size() <= root.size() + 1 || file.compare(0, root.size(), root) != 0 || file[root.size()] != '/')
     return Status::notFound("no such file");
-  // The resolved path has no links left; O_NOFOLLOW closes the window in
-  // which its last component could be swapped for one.
-  UniqueFd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  // The resolved path has no links left; opening it folder by folder without
+  // following one closes the window in which a part could be swapped for a link.
+  UniqueFd fd = LinkFreeOpen::below(root, file);
   if (!fd.valid()) return Status::notFound("no such file");
   struct stat st {};
   if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return Status::notFound("no such file");
