@@ -425,7 +425,8 @@ TEST_F(ForeignIndex, AnIndexOfTheEarlierReleaseIsKeptAndMarkedAsOurs) {
 
 enum class Plant {
   databaseToOtherDatabase, databaseToEmptyFile, assetsToFolder, stagingToFolder, walToFile, lockToFile,
-  assetToFile, stagedLinkUnderCommittedName, assetsOfAnotherUser, assetOfAnotherUser, databaseOfAnotherUser
+  assetToFile, stagedLinkUnderCommittedName, assetsOfAnotherUser, assetOfAnotherUser, databaseOfAnotherUser,
+  databaseHardLinked, assetHardLinked
 };
 struct PlantCase {
   const char* name;
@@ -497,6 +498,14 @@ TEST_P(PlantedEntries, AreRefusedAndNothingOutsideIsTouched) {
       asset = saveOne();
       ASSERT_EQ(::lchown(dir_.path("lib/assets/" + asset).c_str(), 65534, 65534), 0);
       break;
+    case Plant::databaseHardLinked:
+      std::filesystem::create_hard_link(dir_.path("outside/other.sqlite"), dir_.path("lib/library.sqlite"));
+      break;
+    case Plant::assetHardLinked:
+      asset = saveOne();
+      std::filesystem::remove(dir_.path("lib/assets/" + asset));
+      std::filesystem::create_hard_link(dir_.path("outside/secret.txt"), dir_.path("lib/assets/" + asset));
+      break;
     case Plant::databaseOfAnotherUser:
       runSql(dir_.path("lib/library.sqlite"), kTable);
       ASSERT_EQ(::lchown(dir_.path("lib/library.sqlite").c_str(), 65534, 65534), 0);
@@ -543,7 +552,9 @@ INSTANTIATE_TEST_SUITE_P(
         PlantCase{"LinkStagedUnderACommittedName", Plant::stagedLinkUnderCommittedName, true, "no asset"},
         PlantCase{"AssetsOfAnotherUser", Plant::assetsOfAnotherUser, false, "belongs to user 65534"},
         PlantCase{"AssetOfAnotherUser", Plant::assetOfAnotherUser, true, "belongs to user 65534"},
-        PlantCase{"IndexOfAnotherUser", Plant::databaseOfAnotherUser, false, "belongs to user 65534"}),
+        PlantCase{"IndexOfAnotherUser", Plant::databaseOfAnotherUser, false, "belongs to user 65534"},
+        PlantCase{"IndexHardLinkedToAnotherProgramsDatabase", Plant::databaseHardLinked, false, "hard link"},
+        PlantCase{"AssetHardLinkedToAFile", Plant::assetHardLinked, true, "hard link"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The folder's own refusals, each reached directly rather than behind the

@@ -26,6 +26,11 @@ std::string describe(const struct stat& st) {
 Status ownEntry(const struct stat& st, const std::string& where, bool folder) {
   if (S_ISLNK(st.st_mode) || (folder ? !S_ISDIR(st.st_mode) : !S_ISREG(st.st_mode)))
     return Status::failedPrecondition("refusing " + where + " of the photo library: it is " + describe(st));
+  // A second name for a file may lie anywhere on the disk: what is written
+  // or read through this one would be another program's file too.
+  if (!folder && st.st_nlink > 1)
+    return Status::failedPrecondition("refusing " + where + " of the photo library: it has " +
+                                      std::to_string(st.st_nlink - 1) + " other name(s) (a hard link)");
   if (st.st_uid != ::geteuid())
     return Status::failedPrecondition("refusing " + where + " of the photo library: it belongs to user " +
                                     std::to_string(st.st_uid));
