@@ -46,7 +46,7 @@ while IFS= read -r folder; do
     echo "FAIL $folder holds code but no README.md"
     bad=$((bad + 1))
   fi
-done < <(git ls-files '*.h' '*.cpp' '*.js' '*.mjs' '*.ts' '*.sh' 2>/dev/null | grep -v -E '(^|/)node_modules/' |
+done < <(git ls-files '*.h' '*.cpp' '*.js' '*.mjs' '*.ts' '*.sh' '*.cmake' '*.py' 2>/dev/null | grep -v -E '(^|/)node_modules/' |
          xargs -r -n1 dirname | sort -u | grep -v '^\.$' | grep -v '^\.ci$')
 # Every top-level folder is a row of docs/ARCHITECTURE.md's folder table.
 for folder in */; do
