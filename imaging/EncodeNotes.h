@@ -9,11 +9,13 @@
 
 namespace velqor {
 
-// Why an image could not be encoded, kept for the people running the device
-// (the command line, the web page, the demo report), never for the plug-in:
-// its own log stays as it is. Each note carries a stamp taken when it was
-// added; a session stamps notes with the number of answers so far, so a note
-// belongs to the next answer.
+// Notes on why an image could not be encoded, in words: a codec that cannot
+// make a representation because the whole bitmap it needs is not given (past
+// the decode limits, or pixels that do not decode) adds one beside the empty
+// result it returns. They are kept apart from the log, for whoever owns the
+// notes to show. Each note carries a stamp taken when it was added, from the
+// function given at construction (0 without one), so the owner can tell which
+// result a note belongs to.
 //
 // Threads: any; add() is called from the worker threads that encode.
 class EncodeNotes {
