@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -21,6 +22,8 @@ struct Answer {
   bool keepCallback = false;
   // Set when the command had already received a final answer.
   bool afterFinal = false;
+  // When the host's log took it (the moment the plug-in answered).
+  std::chrono::system_clock::time_point recordedAt{};
 
   // {"status": "OK" or the status name, "payload": ..., "keepCallback": bool}
   nlohmann::json toJson() const;

@@ -6,6 +6,7 @@ void AnswerLog::record(Answer answer) {
   Listener listener;
   {
     std::lock_guard lock(mutex_);
+    answer.recordedAt = std::chrono::system_clock::now();
     answer.afterFinal = finished_.count(answer.callbackId) > 0;
     if (!answer.keepCallback) finished_.insert(answer.callbackId);
     ++counts_[answer.callbackId];

@@ -565,10 +565,15 @@ TEST_F(WebHostTest, AnAnswersPayloadComesByItsOwnRouteWithItsLength) {
   const auto summary = nlohmann::json::parse(state->body);
   EXPECT_EQ(summary["screen"]["alert"]["buttons"][1]["style"], "default") << summary["screen"].dump();
   EXPECT_EQ(summary["screen"]["alert"]["buttons"].size(), 2u);
+  const auto tapped = std::chrono::system_clock::now();
   ASSERT_EQ(postJson("/api/alert", R"({"button":"cancel"})")->status, 200);
   session_->host().runUntilQuiescent(std::chrono::seconds(5));
   state = send([](httplib::Client& c) { return c.Get("/api/state"); });
   const auto answer = nlohmann::json::parse(state->body)["answers"][0];
+  // When the plug-in answered, on the page's clock, so a page can time the answer's road.
+  const double since = std::chrono::duration<double, std::milli>(tapped.time_since_epoch()).count();
+  EXPECT_GE(answer["answeredAt"].get<double>(), since) << answer.dump();
+  EXPECT_LT(answer["answeredAt"].get<double>(), since + 5000) << answer.dump();
   EXPECT_EQ(answer["status"], "NO_PERMISSION") << answer.dump();
   EXPECT_FALSE(answer.contains("payload"));
   EXPECT_EQ(answer["note"], "Not have permission to use the camera.");

@@ -151,6 +151,9 @@ nlohmann::json WebBridge::answerSummaries(size_t from) {
       summary["status"] = whole["status"];
       summary["keepCallback"] = answer->keepCallback;
       summary["afterFinal"] = answer->afterFinal;
+      // Milliseconds since the epoch, so a page on this machine can tell how long the answer took to reach it.
+      summary["answeredAt"] =
+          std::chrono::duration<double, std::milli>(answer->recordedAt.time_since_epoch()).count();
       summary["size"] = whole["payload"].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).size();
       if (answer->status != CommandStatus::OK) {
         std::string note = answer->messageText();
