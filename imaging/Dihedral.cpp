@@ -5,34 +5,14 @@
 namespace velqor {
 namespace {
 
-// Where stored pixel (i, j) of a W x H bitmap lands, in a bitmap of the
-// transform's output size.
-struct Mapping {
-  int x, y;
-};
-
-inline Mapping map(Dihedral t, int i, int j, int W, int H) {
-  switch (t) {
-    case Dihedral::identity: return {i, j};
-    case Dihedral::rotate90: return {H - 1 - j, i};
-    case Dihedral::rotate180: return {W - 1 - i, H - 1 - j};
-    case Dihedral::rotate270: return {j, W - 1 - i};
-    case Dihedral::flipHorizontal: return {W - 1 - i, j};
-    case Dihedral::flipVertical: return {i, H - 1 - j};
-    case Dihedral::transpose: return {j, i};
-    case Dihedral::transverse: return {H - 1 - j, W - 1 - i};
-  }
-  return {i, j};
-}
-
 template <int C>
 void permute(const Bitmap& s, Bitmap& d, Dihedral t) {
   const int W = s.width, H = s.height;
   const size_t dstride = d.stride();
   for (int j = 0; j < H; ++j) {
     const std::uint8_t* src = s.row(j);
-    Mapping m0 = map(t, 0, j, W, H);
-    Mapping m1 = map(t, 1 < W ? 1 : 0, j, W, H);
+    DihedralPoint m0 = dihedralLanding(t, 0, j, W, H);
+    DihedralPoint m1 = dihedralLanding(t, 1 < W ? 1 : 0, j, W, H);
     const long dx = (W > 1) ? (m1.x - m0.x) : 0, dy = (W > 1) ? (m1.y - m0.y) : 0;
     std::uint8_t* dst = d.pixels.data() + dstride * m0.y + static_cast<size_t>(m0.x) * C;
     const long step = dy * static_cast<long>(dstride) + dx * C;
@@ -61,12 +41,12 @@ bool swapsAxes(Dihedral t) {
 Dihedral compose(Dihedral first, Dihedral second) {
   // Compose by tracking where two probe pixels of a 3 x 2 bitmap land.
   const int W = 3, H = 2;
-  Mapping a = map(first, 0, 0, W, H), b = map(first, 1, 0, W, H);
+  DihedralPoint a = dihedralLanding(first, 0, 0, W, H), b = dihedralLanding(first, 1, 0, W, H);
   int W1 = swapsAxes(first) ? H : W, H1 = swapsAxes(first) ? W : H;
-  Mapping a2 = map(second, a.x, a.y, W1, H1), b2 = map(second, b.x, b.y, W1, H1);
+  DihedralPoint a2 = dihedralLanding(second, a.x, a.y, W1, H1), b2 = dihedralLanding(second, b.x, b.y, W1, H1);
   for (Dihedral t : {Dihedral::identity, Dihedral::rotate90, Dihedral::rotate180, Dihedral::rotate270,
                      Dihedral::flipHorizontal, Dihedral::flipVertical, Dihedral::transpose, Dihedral::transverse}) {
-    Mapping ta = map(t, 0, 0, W, H), tb = map(t, 1, 0, W, H);
+    DihedralPoint ta = dihedralLanding(t, 0, 0, W, H), tb = dihedralLanding(t, 1, 0, W, H);
     if (ta.x == a2.x && ta.y == a2.y && tb.x == b2.x && tb.y == b2.y) return t;
   }
   return Dihedral::identity;

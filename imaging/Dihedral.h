@@ -17,6 +17,24 @@ enum class Dihedral {
   transverse,  // (i, j) lands at (H-1-j, W-1-i)
 };
 
+// Where stored pixel (i, j) of a W x H image lands under `t`.
+struct DihedralPoint {
+  int x, y;
+};
+inline DihedralPoint dihedralLanding(Dihedral t, int i, int j, int W, int H) {
+  switch (t) {
+    case Dihedral::identity: return {i, j};
+    case Dihedral::rotate90: return {H - 1 - j, i};
+    case Dihedral::rotate180: return {W - 1 - i, H - 1 - j};
+    case Dihedral::rotate270: return {j, W - 1 - i};
+    case Dihedral::flipHorizontal: return {W - 1 - i, j};
+    case Dihedral::flipVertical: return {i, H - 1 - j};
+    case Dihedral::transpose: return {j, i};
+    case Dihedral::transverse: return {H - 1 - j, W - 1 - i};
+  }
+  return {i, j};
+}
+
 // True when the transform swaps width and height.
 bool swapsAxes(Dihedral t);
 // `second` applied after `first`.

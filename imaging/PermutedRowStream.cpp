@@ -16,25 +16,6 @@ namespace {
 
 constexpr int kTile = 64;  // the permutation walks tiles, so reads and writes stay in cache
 
-struct Point {
-  int x, y;
-};
-
-// Where stored pixel (i, j) of a w x h image lands (the same table as applyDihedral).
-Point landing(Dihedral t, int i, int j, int w, int h) {
-  switch (t) {
-    case Dihedral::identity: return {i, j};
-    case Dihedral::rotate90: return {h - 1 - j, i};
-    case Dihedral::rotate180: return {w - 1 - i, h - 1 - j};
-    case Dihedral::rotate270: return {j, w - 1 - i};
-    case Dihedral::flipHorizontal: return {w - 1 - i, j};
-    case Dihedral::flipVertical: return {i, h - 1 - j};
-    case Dihedral::transpose: return {j, i};
-    case Dihedral::transverse: return {h - 1 - j, w - 1 - i};
-  }
-  return {i, j};
-}
-
 bool writeAll(int fd, const std::uint8_t* data, size_t size, off_t offset) {
   while (size > 0) {
     const ssize_t n = ::pwrite(fd, data, size, offset);
@@ -72,7 +53,8 @@ void PermutedRowStream::permuteTiles(const PermutedRowStream& self, const std::u
   const int w = self.source_->width(), h = self.source_->height();
   const Dihedral t = self.transform_;
   const std::ptrdiff_t outStride = static_cast<std::ptrdiff_t>(p.w) * C;
-  const Point o = landing(t, 0, firstRow, w, h), di = landing(t, 1, firstRow, w, h), dj = landing(t, 0, firstRow + 1, w, h);
+  const DihedralPoint o = dihedralLanding(t, 0, firstRow, w, h), di = dihedralLanding(t, 1, firstRow, w, h),
+                      dj = dihedralLanding(t, 0, firstRow + 1, w, h);
   const std::ptrdiff_t stepI = (di.y - o.y) * outStride + (di.x - o.x) * C;
   const std::ptrdiff_t stepJ = (dj.y - o.y) * outStride + (dj.x - o.x) * C;
   const std::ptrdiff_t origin = (o.y - p.y) * outStride + (o.x - p.x) * C;
@@ -121,7 +103,8 @@ bool PermutedRowStream::spill() {
       *source_, bandRows,
       [&](const std::uint8_t* band, int rows) {
         // The band's corners bound where its pixels land.
-        const Point a = landing(transform_, 0, j0, w, h), b = landing(transform_, w - 1, j0 + rows - 1, w, h);
+        const DihedralPoint a = dihedralLanding(transform_, 0, j0, w, h),
+                            b = dihedralLanding(transform_, w - 1, j0 + rows - 1, w, h);
         Piece piece{std::min(a.x, b.x), std::min(a.y, b.y), std::abs(a.x - b.x) + 1, std::abs(a.y - b.y) + 1, offset};
         permuteBand(band, j0, rows, permuted.data(), piece);
         const size_t size = static_cast<size_t>(piece.w) * piece.h * channels();
