@@ -54,6 +54,8 @@ export interface Answer {
   payload: any;
   /** Why an image could not be made, when the host says. */
   note?: string;
+  /** When the plug-in answered, in milliseconds since the epoch (this machine's clock). */
+  answeredAt?: number;
 }
 
 export interface OpenCommand {

@@ -11,7 +11,7 @@ export class Answers {
     this.failuresSeen_ = 0;
   }
 
-  // Every answer so far: [{callbackId, status, keepCallback, payload, note?}].
+  // Every answer so far: [{callbackId, status, keepCallback, payload, note?, answeredAt}].
   async all() {
     if (!this.state_.pushed) await this.state_.refresh();
     const list = this.state_.summary.answers.filter(Boolean);
@@ -53,6 +53,7 @@ export class Answers {
     if ('payload' in a) answer.payload = a.payload;
     else answer.payload = (await getJson(this.origin_, `/api/answers/${a.index}`)).payload;
     if (a.note) answer.note = a.note;
+    if (a.answeredAt !== undefined) answer.answeredAt = a.answeredAt;
     return answer;
   }
 }
