@@ -168,6 +168,8 @@ void registerImageCommands(CLI::App& app, Registration& chosen) {
         Console::error(fitOut + ": " + streamed.status().message());
         return kExitFailure;
       }
+      // The roads have answered for this image; what is left is the whole bitmap.
+      codec.setReencodeRoads(false);
       auto encoded = fitPng ? codec.pngRepresentation(*image) : codec.jpegRepresentation(*image, fitQuality / 100.0);
       if (!encoded) return explainFailure(codec, fitPath, *bytes, *image);
       if (Status s = FileBytes::writeAtomically(fitOut, *encoded); !s.ok()) {
